@@ -1,0 +1,322 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+// Queries: the read-side verbs of every container.
+//
+//   auto large = list->Query()->Filter([](int32_t n) { return n > 9; });   // a new list
+//   int32_t sum = large->Query()->Sum([](int32_t n) { return n; });
+//
+// A query is eager: each verb walks the source as it is at that moment and is done when it
+// returns. It keeps its source alive, takes no lock and belongs to one thread. Lambdas run in
+// place; over an array list no enumerator is made. Null functions are assertion failures.
+
+#include <talvo/containers/common/Data.h>
+#include <talvo/containers/common/Source.h>
+#include <talvo/runtime/Comparer.h>
+
+namespace Talvo {
+
+/// Verbs that look at a sequence of T. Descendants give the three operations at the end.
+template <class T>
+class IQuery : public virtual IInterface {
+  TALVO_INTERFACE(IQuery, IInterface);
+
+  /// Whether the items equal those of `other`, one by one and in number. Items are compared by the
+  /// source's equality, its item on the left. An empty TArray raises ERangeError.
+  template <class S>
+  requires(Detail::SourceOf<const S&, T> &&
+           !Detail::EnumeratorObjectOf<S, T>) bool Equals(const S& other) const;
+  /// As above, with a test of its own; an empty test handle means the source's equality.
+  template <class S, class F>
+  requires(Detail::SourceOf<const S&, T> && !Detail::EnumeratorObjectOf<S, T> &&
+           std::predicate<F&, const T&, const T&>) bool Equals(const S& other, F&& test) const;
+  bool Equals(std::initializer_list<T> other) const;
+  /// Against an enumerator object: it is freed when the source was walked to its end, and stays
+  /// with the caller when the answer was an early false.
+  template <class E>
+  requires std::is_convertible_v < E*, TEnumerator<T>
+  * > bool Equals(TOwn<E>& other) const;
+  template <class E, class F>
+  requires(std::is_convertible_v<E*, TEnumerator<T>*>&&
+               std::predicate<F&, const T&, const T&>) bool Equals(TOwn<E>& other, F&& test) const;
+
+  /// Whether any item of `other` is contained here.
+  template <class S>
+  requires(Detail::LeadsTo<S, ISizeEnumerable<T>> ||
+           Detail::LeadsTo<S, IEnumerable<T>>) bool Intersects(const S& other) const;
+
+  /// Whether an item equals `value`, or satisfies the predicate.
+  template <class X>
+  requires(Detail::ValueArgument<const X&, T> ||
+           Detail::PredicateArgument<const X&, T>) bool Contains(const X& valueOrPredicate) const;
+  /// The number of items that equal `value`, or satisfy the predicate.
+  template <class X>
+  requires(Detail::ValueArgument<const X&, T> || Detail::PredicateArgument<const X&, T>) int32_t
+      CountOf(const X& valueOrPredicate)
+  const;
+  /// The sum of a number from each item; EIntOverflow when it does not fit.
+  template <class F>
+  requires std::is_invocable_r_v<int32_t, F&, const T&> int32_t Sum(F&& number)
+  const;
+
+  /// The first item that satisfies the predicate; false and the default value without one.
+  template <PredicateOf<T> F>
+  bool IfFind(F&& predicate, T& item) const;
+  /// Calls `action` with that item, if there is one.
+  template <PredicateOf<T> F, ActionOn<T> A>
+  requires(!std::is_same_v<std::remove_cvref_t<A>, T>) bool IfFind(F&& predicate, A&& action) const;
+
+  bool IsEmpty() const;
+  /// The first item, or the default value of T.
+  T First() const;
+  bool First(T& item) const;
+
+  /// The position of the first item that equals `value` or satisfies the predicate; -1 and false
+  /// without one.
+  template <class X>
+  requires(Detail::ValueArgument<const X&, T> ||
+           Detail::PredicateArgument<const X&, T>) bool IndexOf(const X& valueOrPredicate,
+                                                                int32_t& index) const;
+  /// Calls `action` with that position, if there is one.
+  template <class X, ActionOn<int32_t> A>
+  requires((Detail::ValueArgument<const X&, T> || Detail::PredicateArgument<const X&, T>)&&!std::
+               is_same_v<std::remove_cvref_t<A>, int32_t>) bool IndexOf(const X& valueOrPredicate,
+                                                                        A&& action) const;
+
+  /// A fresh walk over the source.
+  virtual TRef<ISizeEnumerator<T>> NewSourceEnumerator() const = 0;
+  /// The source's storage when the verbs may walk it directly; they then read the count once.
+  /// False when they have to use an enumerator.
+  virtual bool GetSourceArray(const TArray<T>*& items, const TCountCell*& count) const = 0;
+  /// How items are compared for equality; null for the default order of T.
+  virtual const IComparer<T>* GetEquality() const = 0;
+
+ protected:
+  /// Calls `accept` with the items in turn until it answers true; whether it did.
+  template <class F>
+  bool Walk(F&& accept) const;
+  bool ItemsEqual(const IComparer<T>* equality, const T& item, const T& value) const {
+    return (equality ? equality->Compare(item, value) : DefaultCompare(item, value)) == 0;
+  }
+  /// `valueOrPredicate` as a predicate on items.
+  template <class X, class Use>
+  auto WithTest(const X& valueOrPredicate, Use&& use) const;
+  template <class Next, class Current, class F>
+  bool EqualsWalk(Next&& otherNext, Current&& otherCurrent, F&& test, bool& sourceEnded) const;
+  template <class F>
+  bool EqualsSource(const Detail::TSource<T>& other, F&& test) const;
+  template <class F>
+  bool EqualsObject(TOwn<TEnumerator<T>>& other, F&& test) const;
+};
+
+/// Adds the verbs that make a new collection of type TResult.
+template <class TResult, class T>
+class IBasicContainerQuery : public virtual IQuery<T> {
+  TALVO_INTERFACE(IBasicContainerQuery, IQuery<T>);
+
+  /// A new collection of the items that satisfy the predicate.
+  template <PredicateOf<T> F>
+  TRef<TResult> Filter(F&& predicate) const;
+  /// A new collection without the first `count` items.
+  TRef<TResult> Skip(int32_t count) const;
+  /// A new collection of the first `count` items.
+  TRef<TResult> Take(int32_t count) const;
+
+  virtual TRef<TResult> NewResult() const = 0;
+  virtual void AddToResult(const TRef<TResult>& result, const T& item) const = 0;
+  /// The storage of a result that may be filled directly, or null.
+  virtual IArrayListState<T>* GetResultState(const TRef<TResult>& result) const = 0;
+};
+
+/// What a query is made of, for generic code above the library.
+template <class TCollection, class TResult, class T>
+class TContainerQueryAccess final : public TObject {
+ public:
+  TContainerQueryAccess(TFunc<TRef<ISizeEnumerator<T>>> createEnumerator,
+                        TRef<TCollection> collection)
+      : FCreateEnumerator(std::move(createEnumerator)), FCollection(std::move(collection)) {}
+  const TFunc<TRef<ISizeEnumerator<T>>>& CreateEnumerator() const { return FCreateEnumerator; }
+  const TRef<TCollection>& Collection() const { return FCollection; }
+
+ private:
+  TFunc<TRef<ISizeEnumerator<T>>> FCreateEnumerator;
+  TRef<TCollection> FCollection;
+};
+
+/// Adds the verbs that answer the queried collection itself, so that a chain goes on with it.
+template <class TCollection, class TResult, class T>
+class IContainerQuery : public virtual IBasicContainerQuery<TResult, T> {
+  TALVO_INTERFACE(IContainerQuery, IBasicContainerQuery<TResult, T>);
+
+  /// As IfFind; the answer is the collection.
+  template <PredicateOf<T> F>
+  TRef<TCollection> Find(F&& predicate, T& item) const;
+  template <PredicateOf<T> F, ActionOn<T> A>
+  requires(!std::is_same_v<std::remove_cvref_t<A>, T>) TRef<TCollection> Find(F&& predicate,
+                                                                              A&& action)
+  const;
+  /// Calls `action` with each item, or with each position (from 0) and item.
+  template <class A>
+  requires(ActionOn<A, T> ||
+           std::invocable<A&, int32_t, const T&>) TRef<TCollection> ForEach(A&& action)
+  const;
+  /// Calls `action` with the first item, if there is one.
+  template <ActionOn<T> A>
+  TRef<TCollection> ForFirst(A&& action) const;
+  /// Calls `action` with the first item that satisfies the predicate, if there is one.
+  template <PredicateOf<T> F, ActionOn<T> A>
+  TRef<TCollection> ForFirst(F&& predicate, A&& action) const;
+  /// Calls `action` with the collection.
+  template <class A>
+  requires std::invocable < A&, const TRef<TCollection>
+  & > TRef<TCollection> DoOnce(A&& action) const;
+  /// The collection and a maker of enumerators; owned by the query.
+  virtual TContainerQueryAccess<TCollection, TResult, T>* Access() = 0;
+
+  virtual TRef<TCollection> GetCollection() const = 0;
+};
+
+/// The verbs over a function that makes enumerators.
+template <class T>
+class TQuery : public TImplements<TBasicInterfacedObject, IQuery<T>> {
+ public:
+  /// Asserts that there is a function. Without a comparer the default one of T serves.
+  explicit TQuery(TFunc<TRef<ISizeEnumerator<T>>> createEnumerator,
+                  TRef<IComparer<T>> comparer = nullptr)
+      : FCreateEnumerator(std::move(createEnumerator)),
+        FComparer(comparer ? std::move(comparer) : TComparer<T>::Default()) {
+    Assert(static_cast<bool>(FCreateEnumerator));
+  }
+
+  /// The object that an item is or leads to; false when there is none.
+  virtual bool GetAsObject(const T& item, TObject*& object) const;
+  /// The interface that an item is or leads to; false when there is none.
+  virtual bool GetAsInterface(const T& item, TRef<IInterface>& interface) const;
+
+  TRef<ISizeEnumerator<T>> NewSourceEnumerator() const override { return FCreateEnumerator(); }
+  bool GetSourceArray(const TArray<T>*&, const TCountCell*&) const override { return false; }
+  const IComparer<T>* GetEquality() const override {
+    return FComparer == TComparer<T>::Default() ? nullptr : FComparer.Get();
+  }
+
+ protected:
+  /// For descendants that make their enumerators themselves.
+  explicit TQuery(TRef<IComparer<T>> comparer) : FComparer(std::move(comparer)) {}
+
+  TFunc<TRef<ISizeEnumerator<T>>> FCreateEnumerator;
+  TRef<IComparer<T>> FComparer;
+};
+
+/// The verbs over a collection that makes enumerators and results by functions.
+template <class TCollection, class TResult, class T>
+class TContainerQuery : public TImplements<TQuery<T>, IContainerQuery<TCollection, TResult, T>> {
+  using TBase = TImplements<TQuery<T>, IContainerQuery<TCollection, TResult, T>>;
+
+ public:
+  using TCreateCollection = TFunc<TRef<TResult>>;
+  using TAddToCollection = TConstProc<TRef<TResult>, T>;
+
+  TContainerQuery(TFunc<TRef<ISizeEnumerator<T>>> createEnumerator,
+                  TCreateCollection createCollection, TAddToCollection addToCollection,
+                  TRef<TCollection> collection, TRef<IComparer<T>> comparer = nullptr)
+      : TBase(std::move(createEnumerator), std::move(comparer)),
+        FCreateCollection(std::move(createCollection)),
+        FAddToCollection(std::move(addToCollection)),
+        FCollection(std::move(collection)) {
+    Assert(FCreateCollection && FAddToCollection);
+  }
+
+  TContainerQueryAccess<TCollection, TResult, T>* Access() override;
+  TRef<TCollection> GetCollection() const override { return FCollection; }
+  TRef<TResult> NewResult() const override { return FCreateCollection(); }
+  void AddToResult(const TRef<TResult>& result, const T& item) const override {
+    FAddToCollection(result, item);
+  }
+  IArrayListState<T>* GetResultState(const TRef<TResult>&) const override { return nullptr; }
+
+ protected:
+  TContainerQuery(TRef<TCollection> collection, TRef<IComparer<T>> comparer)
+      : TBase(std::move(comparer)), FCollection(std::move(collection)) {}
+
+  TCreateCollection FCreateCollection;
+  TAddToCollection FAddToCollection;
+  TRef<TCollection> FCollection;
+  TOwn<TContainerQueryAccess<TCollection, TResult, T>> FAccess;
+};
+
+/// The same verbs over the storage of an array list: no enumerator, no virtual calls per item. They
+/// run forward from index 0.
+template <class TCollection, class TResult, class T>
+class TArraySizeContainerQuery : public TContainerQuery<TCollection, TResult, T> {
+  using TBase = TContainerQuery<TCollection, TResult, T>;
+
+ public:
+  /// `items` and `count` are the addresses of the collection's storage and count.
+  TArraySizeContainerQuery(TFunc<TRef<ISizeEnumerator<T>>> createEnumerator,
+                           typename TBase::TCreateCollection createCollection,
+                           typename TBase::TAddToCollection addToCollection,
+                           TRef<TCollection> collection, const TArray<T>* items,
+                           const TCountCell* count, TRef<IComparer<T>> comparer = nullptr)
+      : TBase(std::move(createEnumerator), std::move(createCollection), std::move(addToCollection),
+              std::move(collection), std::move(comparer)),
+        FArrayPrt(items),
+        FCountPtr(count) {}
+
+  bool GetSourceArray(const TArray<T>*& items, const TCountCell*& count) const override {
+    items = FArrayPrt;
+    count = FCountPtr;
+    return true;
+  }
+
+ protected:
+  TArraySizeContainerQuery(TRef<TCollection> collection, TRef<IComparer<T>> comparer,
+                           const TArray<T>* items, const TCountCell* count)
+      : TBase(std::move(collection), std::move(comparer)), FArrayPrt(items), FCountPtr(count) {}
+
+  const TArray<T>* FArrayPrt;
+  const TCountCell* FCountPtr;
+};
+
+namespace Detail {
+
+/// A query whose items are equal when they are the same object or interface.
+template <class TBase, class T>
+class TIdentityQuery : public TBase {
+ public:
+  using TBase::TBase;
+  const IComparer<T>* GetEquality() const override { return nullptr; }
+};
+
+}  // namespace Detail
+
+/// For items that are objects: equality is identity.
+template <class TCollection, class TResult, class T>
+class TObjectContainerQuery
+    : public Detail::TIdentityQuery<TContainerQuery<TCollection, TResult, T>, T> {
+  static_assert(std::is_pointer_v<T>, "The items of an object query are pointers to objects.");
+  using Detail::TIdentityQuery<TContainerQuery<TCollection, TResult, T>, T>::TIdentityQuery;
+};
+template <class TCollection, class TResult, class T>
+class TObjectArraySizeContainerQuery
+    : public Detail::TIdentityQuery<TArraySizeContainerQuery<TCollection, TResult, T>, T> {
+  static_assert(std::is_pointer_v<T>, "The items of an object query are pointers to objects.");
+  using Detail::TIdentityQuery<TArraySizeContainerQuery<TCollection, TResult, T>,
+                               T>::TIdentityQuery;
+};
+/// For items that are interfaces: equality is identity of the reference.
+template <class TCollection, class TResult, class T>
+class TInterfaceContainerQuery
+    : public Detail::TIdentityQuery<TContainerQuery<TCollection, TResult, T>, T> {
+  static_assert(IsReference<T>, "The items of an interface query are references.");
+  using Detail::TIdentityQuery<TContainerQuery<TCollection, TResult, T>, T>::TIdentityQuery;
+};
+template <class TCollection, class TResult, class T>
+class TInterfaceArraySizeContainerQuery
+    : public Detail::TIdentityQuery<TArraySizeContainerQuery<TCollection, TResult, T>, T> {
+  static_assert(IsReference<T>, "The items of an interface query are references.");
+  using Detail::TIdentityQuery<TArraySizeContainerQuery<TCollection, TResult, T>,
+                               T>::TIdentityQuery;
+};
+
+}  // namespace Talvo
+
+#include <talvo/containers/common/Query.inl.h>

@@ -1,0 +1,398 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+// The verbs of array lists: what callers write, in two layers.
+//
+// IArrayListCore<T> is the virtual core, one operation per thing that a list can do. TListVerbs
+// stands on it without a virtual call of its own: it picks the overload, takes lambdas in
+// place, and answers the caller's own list interface, so that
+// `list->Add(1).Add(2).Sort()` keeps its type through every derived list.
+
+#include <talvo/containers/common/Query.h>
+
+namespace Talvo {
+
+template <class T>
+class IArrayList;
+
+/// The count of ExtractFirst and ExtractLast where T is integral itself.
+struct TItemCount {
+  int32_t Value;
+};
+
+namespace Detail {
+
+/// Makes a value on demand: its result converts to T, and it is no T itself except through bool.
+template <class F, class T>
+concept FactoryOf =
+    std::invocable<F&> && !std::is_same_v<std::remove_cvref_t<F>, T> &&
+    std::is_convertible_v<std::invoke_result_t<F&>, T> &&
+    (!std::is_convertible_v<F, T> || std::is_arithmetic_v<T>);
+
+/// Arranges `count` items at `items` in place.
+template <class T>
+using TSorter = TFunctionRef<void(T* items, int32_t count)>;
+
+/// A list's storage and count, at addresses that stay right while the list lives. The count may
+/// pass the storage's length after a failed Assign; every access is checked against the storage.
+template <class T>
+struct TListState {
+  TArray<T>* Items;
+  TCountCell* Count;
+  int32_t SafeCount() const {
+    const int32_t length = Items->Length();
+    return *Count < length ? *Count : length;
+  }
+};
+
+template <class TList, class T>
+class TListQuery;
+
+}  // namespace Detail
+
+/// The virtual core of array lists. Mutators answer whether the content changed.
+template <class T>
+class IArrayListCore : public virtual IReverseIndexedEnumerable<T> {
+ public:
+  using TItem = T;
+
+  virtual int32_t GetCount() const = 0;
+  virtual const T& GetItem(int32_t index) const = 0;
+  /// Storage and count; a list that builds its items on demand builds them first.
+  virtual Detail::TListState<T> GetState() const = 0;
+  /// How items are compared for equality; null for the default order of T.
+  virtual const IComparer<T>* GetEquality() const = 0;
+  /// A new empty list of the same class, for results.
+  virtual TRef<IArrayList<T>> CreateList() const = 0;
+
+  virtual bool DoSetCount(int32_t count) = 0;
+  virtual bool DoSetItem(int32_t index, const T& value) = 0;
+  virtual bool DoInsert(int32_t index, const T& value, int32_t count) = 0;
+  virtual bool DoInsertSource(int32_t index, const Detail::TSource<T>& source) = 0;
+  virtual bool DoAdd(const T& value, int32_t count) = 0;
+  virtual bool DoAddFront(const T& value) = 0;
+  virtual bool DoAppend(const Detail::TSource<T>& source) = 0;
+  virtual bool DoAssign(const Detail::TSource<T>& source) = 0;
+  virtual bool DoDelete(int32_t index, int32_t count) = 0;
+  /// Deletes the item at `index`, which is there, from the storage itself.
+  virtual bool DoDeleteDirect(int32_t index) = 0;
+  virtual bool DoRemoveEqual(const T& value) = 0;
+  virtual bool DoRemoveIf(TFunctionRef<bool(const T&)> predicate,
+                          TFunctionRef<void(const T&)> action) = 0;
+  virtual bool DoSwap(int32_t left, int32_t right) = 0;
+  virtual bool DoMove(int32_t from, int32_t to) = 0;
+  virtual bool DoReverse() = 0;
+  virtual bool DoClear() = 0;
+  /// An empty sorter means the list's own order.
+  virtual bool DoSort(Detail::TSorter<T> sorter) = 0;
+  virtual bool DoSetCapacity(int32_t capacity, bool allowsTruncation) = 0;
+  virtual TArray<T> ToArray() const = 0;
+
+ protected:
+  ~IArrayListCore() = default;
+};
+
+/// The verbs over the core of `TBase`, answering TList&.
+template <class T, class TList, class TBase>
+class TListVerbs : public virtual TBase {
+ public:
+  // --- Count and items ----------------------------------------------------------------------
+
+  int32_t Count() const { return this->GetCount(); }
+  /// Cuts the list, or fills it up with default items; storage grows to exactly `count` and never
+  /// shrinks. Raises ERangeError when `count` is below 0.
+  void SetCount(int32_t count) { this->DoSetCount(count); }
+
+  /// The item at `index`, counted from 0; valid until the next call that changes the list.
+  /// Raises ERangeError "Index out of range = %u" outside 0 to Count() - 1. O(1).
+  const T& Items(int32_t index) const { return this->GetItem(index); }
+  const T& operator[](int32_t index) const { return this->GetItem(index); }
+  /// Replaces the item at `index`; raises as Items does.
+  void SetItem(int32_t index, const T& value) { this->DoSetItem(index, value); }
+
+  /// The items as plain pointers, taken once: invalid after a change of length. What is written
+  /// through them is not announced to anybody.
+  T* begin() const {
+    return this->GetState().Items->Data();
+  }
+  T* end() const {
+    const Detail::TListState<T> state = this->GetState();
+    return state.Items->Data() + state.SafeCount();
+  }
+  T* data() const { return begin(); }
+  size_t size() const { return static_cast<size_t>(this->GetState().SafeCount()); }
+
+  // --- Adding -------------------------------------------------------------------------------
+
+  /// Adds `count` copies at the end. Amortised O(count).
+  TList& Add(const T& value, int32_t count = 1) {
+    this->DoAdd(value, count);
+    return Self();
+  }
+  /// Adds in front of the first item. O(Count()), and allocates each time.
+  TList& AddFront(const T& value) {
+    this->DoAddFront(value);
+    return Self();
+  }
+  /// Adds `value` unless an equal item is there. O(Count()).
+  TList& AddUnique(const T& value) {
+    IfAddUnique(value);
+    return Self();
+  }
+  /// The same; whether it added.
+  bool IfAddUnique(const T& value) {
+    if (FindEqual(value) >= 0) return false;
+    this->DoAdd(value, 1);
+    return true;
+  }
+  /// The same; the index of the item that was there or was added.
+  int32_t AddUniqueIndex(const T& value) {
+    const int32_t index = FindEqual(value);
+    if (index >= 0) return index;
+    this->DoAdd(value, 1);
+    return Count() - 1;
+  }
+  /// The first item that satisfies the predicate; without one, adds the factory's result (or the
+  /// value) and answers that.
+  template <PredicateOf<T> F, class V>
+    requires(Detail::FactoryOf<V, T> || std::is_convertible_v<V &&, T>)
+  T FindOrAdd(F&& predicate, V&& valueOrFactory);
+
+  /// Inserts `count` copies in front of the item at `index`; at or past the end it adds. A
+  /// negative index raises ERangeError. O(capacity).
+  TList& Insert(int32_t index, const T& value, int32_t count = 1) {
+    this->DoInsert(index, value, count);
+    return Self();
+  }
+  /// Inserts a sequence; into an empty list it is assigned, at or past the end appended.
+  template <class S>
+    requires Detail::SourceOf<S, T>
+  TList& Insert(int32_t index, S&& source) {
+    this->DoInsertSource(index, Detail::TSource<T>(std::forward<S>(source)));
+    return Self();
+  }
+  TList& Insert(int32_t index, const T* items, int32_t count) {
+    this->DoInsertSource(index, Detail::TSource<T>(items, count));
+    return Self();
+  }
+  TList& Insert(int32_t index, std::initializer_list<T> items) {
+    return Insert(index, items.begin(), Detail::CountOfSize(items.size()));
+  }
+
+  /// Adds a sequence. Spare slots are filled first; if they do not hold all of it, the capacity
+  /// afterwards equals the count. A sized enumerator is trusted: one that yields more than it
+  /// said raises ERangeError. Appending a list to itself does nothing.
+  template <class S>
+    requires Detail::SourceOf<S, T>
+  TList& Append(S&& source) {
+    this->DoAppend(Detail::TSource<T>(std::forward<S>(source)));
+    return Self();
+  }
+  TList& Append(const T* items, int32_t count) {
+    this->DoAppend(Detail::TSource<T>(items, count));
+    return Self();
+  }
+  TList& Append(std::initializer_list<T> items) {
+    return Append(items.begin(), Detail::CountOfSize(items.size()));
+  }
+
+  /// AddUnique for each item of a sequence. O(n * m).
+  template <class S>
+    requires Detail::SourceOf<S, T>
+  TList& AppendUnique(S&& source) {
+    return AppendUniqueSource(Detail::TSource<T>(std::forward<S>(source)));
+  }
+  TList& AppendUnique(const T* items, int32_t count) {
+    return AppendUniqueSource(Detail::TSource<T>(items, count));
+  }
+  TList& AppendUnique(std::initializer_list<T> items) {
+    return AppendUnique(items.begin(), Detail::CountOfSize(items.size()));
+  }
+
+  /// Replaces the content. The capacity does not fall for a sequence that knows its size.
+  /// An enumerator without a size that yields fewer items than the list holds raises
+  /// ERangeError; the capacity then is the number of items it yielded and the count is unchanged.
+  /// Assigning a list to itself does nothing.
+  template <class S>
+    requires Detail::SourceOf<S, T>
+  TList& Assign(S&& source) {
+    this->DoAssign(Detail::TSource<T>(std::forward<S>(source)));
+    return Self();
+  }
+  TList& Assign(const T* items, int32_t count) {
+    this->DoAssign(Detail::TSource<T>(items, count));
+    return Self();
+  }
+  TList& Assign(std::initializer_list<T> items) {
+    return Assign(items.begin(), Detail::CountOfSize(items.size()));
+  }
+
+  // --- Taking out ---------------------------------------------------------------------------
+
+  /// Takes the first (last) item out. False, and a default item, from an empty list.
+  bool ExtractFirst(T& item) { return ExtractAt(0, item); }
+  bool ExtractLast(T& item) { return ExtractAt(Count() - 1, item); }
+  /// Takes the first (last) `count` items out, in their order, as a new list.
+  TRef<IArrayList<T>> ExtractFirst(TItemCount count);
+  TRef<IArrayList<T>> ExtractLast(TItemCount count);
+  template <std::integral N>
+    requires(!std::integral<T>)
+  TRef<IArrayList<T>> ExtractFirst(N count) {
+    return ExtractFirst(TItemCount{static_cast<int32_t>(count)});
+  }
+  template <std::integral N>
+    requires(!std::integral<T>)
+  TRef<IArrayList<T>> ExtractLast(N count) {
+    return ExtractLast(TItemCount{static_cast<int32_t>(count)});
+  }
+
+  /// Deletes the first item equal to `value`; whether there was one.
+  bool FindAndRemoveOne(const T& value) {
+    const int32_t index = FindEqual(value);
+    return index >= 0 && this->DoDelete(index, 1);
+  }
+  /// Deletes the first item that satisfies the predicate and hands it out.
+  template <PredicateOf<T> F>
+  bool FindAndRemoveOne(F&& predicate, T& item);
+  /// The same, handed to `action` when it is gone from the list.
+  template <PredicateOf<T> F, ActionOn<T> A>
+    requires(!std::is_same_v<std::remove_cvref_t<A>, T>)
+  TList& FindAndRemoveOne(F&& predicate, A&& action);
+
+  /// Deletes the first item equal to `value`; its index, or -1.
+  template <class V>
+    requires Detail::ValueArgument<V, T>
+  int32_t RemoveOne(V&& value) {
+    const int32_t index = FindEqual(static_cast<V&&>(value));
+    if (index >= 0) this->DoDeleteDirect(index);
+    return index;
+  }
+  /// Deletes the first item that satisfies the predicate.
+  template <class F>
+    requires Detail::PredicateArgument<F, T>
+  TList& RemoveOne(F&& predicate) {
+    IfRemoveOne(predicate);
+    return Self();
+  }
+  /// The same; whether there was one.
+  template <PredicateOf<T> F>
+  bool IfRemoveOne(F&& predicate) {
+    const int32_t index = FindIf(predicate);
+    return index >= 0 && this->DoDelete(index, 1);
+  }
+
+  /// Deletes all items equal to `value`. O(Count()).
+  template <class V>
+    requires Detail::ValueArgument<V, T>
+  TList& RemoveAll(V&& value) {
+    this->DoRemoveEqual(static_cast<V&&>(value));
+    return Self();
+  }
+  /// For each item of a sequence, deletes all that equal it. O(n * m).
+  template <class S>
+    requires Detail::SourceOf<S, T>
+  TList& RemoveAll(S&& source) {
+    return RemoveAllSource(Detail::TSource<T>(std::forward<S>(source)));
+  }
+  TList& RemoveAll(const T* items, int32_t count) {
+    return RemoveAllSource(Detail::TSource<T>(items, count));
+  }
+  TList& RemoveAll(std::initializer_list<T> items) {
+    return RemoveAll(items.begin(), Detail::CountOfSize(items.size()));
+  }
+  /// Deletes all items that satisfy the predicate, which is asked from the last item to the
+  /// first. O(Count()) for lists that nobody watches.
+  template <class F>
+    requires Detail::PredicateArgument<F, T>
+  TList& RemoveAll(F&& predicate) {
+    Detail::AssertCallable(predicate);
+    this->DoRemoveIf(predicate, nullptr);
+    return Self();
+  }
+  /// The same; each item is handed to `action` when it is gone from the list, the last matching
+  /// one first. An empty action handle is fine. O(Count() * matches).
+  template <class F, ActionOn<T> A>
+    requires(Detail::PredicateArgument<F, T> && !std::is_pointer_v<std::remove_cvref_t<A>>)
+  TList& RemoveAll(F&& predicate, A&& action) {
+    Detail::AssertCallable(predicate);
+    if constexpr (Detail::IsFunctionHandle<std::remove_cvref_t<A>>) {
+      if (!action) return RemoveAll(predicate);
+    }
+    this->DoRemoveIf(predicate, [&](const T& item) { action(item); });
+    return Self();
+  }
+
+  /// Deletes the item at `index`; outside the list nothing happens.
+  TList& Delete(int32_t index) {
+    this->DoDelete(index, 1);
+    return Self();
+  }
+  /// Deletes up to `count` items from `index` on; outside the list nothing happens.
+  TList& Delete(int32_t index, int32_t count) {
+    this->DoDelete(index, count);
+    return Self();
+  }
+  /// Deletes all items and drops the storage; an empty list keeps its capacity.
+  TList& Clear() {
+    this->DoClear();
+    return Self();
+  }
+
+  // --- Order --------------------------------------------------------------------------------
+
+  /// Exchanges two items. Indexes are checked against the capacity alone, so a spare slot can
+  /// be swapped in; past it ERangeError.
+  TList& Swap(int32_t left, int32_t right) {
+    this->DoSwap(left, right);
+    return Self();
+  }
+  /// Moves an item to another place; what stands between moves up by one. With an index
+  /// outside the list nothing happens.
+  TList& Move(int32_t from, int32_t to) {
+    this->DoMove(from, to);
+    return Self();
+  }
+  TList& Reverse() {
+    this->DoReverse();
+    return Self();
+  }
+  /// Sorts by the list's own order: default comparer, or address for objects and interfaces.
+  /// Equal items come in any order. O(n log n); numbers in O(n).
+  TList& Sort() {
+    this->DoSort(nullptr);
+    return Self();
+  }
+  TList& Sort(std::nullptr_t) { return Sort(); }
+  /// Sorts by a comparison that answers below, at or above 0. An empty handle means Sort().
+  template <class C>
+    requires std::is_invocable_r_v<int32_t, C&, const T&, const T&>
+  TList& Sort(C&& comparison);
+
+  // --- Storage and views --------------------------------------------------------------------
+
+  /// Sets the capacity: to `capacity` exactly, cutting the list with it if that is allowed, else
+  /// to no less than the count.
+  TList& SetCapacity(int32_t capacity, bool allowsTruncation) {
+    this->DoSetCapacity(capacity, allowsTruncation);
+    return Self();
+  }
+  /// The read-side verbs. Over a filled list they run forward, whatever `isReverse` says; only a
+  /// list that builds its items on demand is seen backward.
+  TRef<IContainerQuery<TList, IArrayList<T>, T>> Query(bool isReverse = false) const;
+
+  TRef<ISizeEnumerator<T>> GetEnumerator() const { return this->NewSizeEnumerator(); }
+
+ protected:
+  ~TListVerbs() = default;
+
+ private:
+  TList& Self() { return static_cast<TList&>(*this); }
+  int32_t FindEqual(const T& value) const;
+  template <class F>
+  int32_t FindIf(F& predicate) const;
+  bool ExtractAt(int32_t index, T& item);
+  TRef<IArrayList<T>> Extract(int32_t index, int32_t count);
+  TList& AppendUniqueSource(const Detail::TSource<T>& source);
+  TList& RemoveAllSource(const Detail::TSource<T>& source);
+};
+
+}  // namespace Talvo

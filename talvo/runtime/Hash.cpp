@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <talvo/runtime/Hash.h>
+
+#include <chrono>
+#include <random>
+
+namespace Talvo::Detail {
+namespace {
+
+/// What is left to go by where the system has no source of randomness: the time and where the
+/// system has placed us.
+uint64_t GuessedEntropy() {
+  const auto now = std::chrono::high_resolution_clock::now().time_since_epoch().count();
+  return static_cast<uint64_t>(now) ^ reinterpret_cast<uintptr_t>(&now) << 20;
+}
+
+THashSeed MakeHashSeed() {
+  THashSeed seed;
+  try {
+    std::random_device source;
+    for (uint64_t& word : seed.Words) word = uint64_t{source()} << 32 | source();
+  } catch (const std::exception&) {
+    std::mt19937_64 generator(GuessedEntropy());
+    for (uint64_t& word : seed.Words) word = generator();
+  }
+  return seed;
+}
+
+}  // namespace
+
+// Static objects anywhere may use dictionaries, so the seed comes before all of them.
+__attribute__((init_priority(101))) const THashSeed HashSeed = MakeHashSeed();
+
+uint64_t HashLongBytes(const unsigned char* bytes, size_t size) {
+  const uint64_t* seed = HashSeed.Words;
+  uint64_t lanes[4] = {seed[1], seed[3], seed[5], seed[7]};
+  // The last 1 to 64 bytes are left to FoldBlocks, which reads the last 64 of the whole.
+  const unsigned char* lastBlocks = bytes + size - ShortKeyBytes;
+  for (const unsigned char* at = bytes; at < lastBlocks; at += ShortKeyBytes) {
+    for (int lane = 0; lane < 4; ++lane) {
+      const unsigned char* block = at + 16 * lane;
+      lanes[lane] = FoldedProduct(LoadUnaligned<uint64_t>(block) ^ seed[2 * lane],
+                                  LoadUnaligned<uint64_t>(block + 8) ^ lanes[lane]);
+    }
+  }
+  const uint64_t sum = FoldedProduct(lanes[0] ^ seed[0], lanes[1] ^ seed[2]) +
+                       FoldedProduct(lanes[2] ^ seed[4], lanes[3] ^ seed[6]) +
+                       FoldBlocks(lastBlocks, ShortKeyBytes);
+  return FoldedProduct(sum ^ seed[8], size ^ seed[9]);
+}
+
+bool EqualOtherBytes(const void* left, const void* right, size_t size) noexcept {
+  const auto* l = static_cast<const unsigned char*>(left);
+  const auto* r = static_cast<const unsigned char*>(right);
+  if (size > ShortKeyBytes) return __builtin_memcmp(l, r, size) == 0;
+  if (size >= 8) {
+    return LoadUnaligned<uint64_t>(l) == LoadUnaligned<uint64_t>(r) &&
+           LoadUnaligned<uint64_t>(l + size - 8) == LoadUnaligned<uint64_t>(r + size - 8);
+  }
+  if (size >= 4) {
+    return LoadUnaligned<uint32_t>(l) == LoadUnaligned<uint32_t>(r) &&
+           LoadUnaligned<uint32_t>(l + size - 4) == LoadUnaligned<uint32_t>(r + size - 4);
+  }
+  return size == 0 || (l[0] == r[0] && l[size / 2] == r[size / 2] && l[size - 1] == r[size - 1]);
+}
+
+}  // namespace Talvo::Detail

@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+// Hashing of dictionary keys, seeded once per process: nobody outside can choose keys that collide,
+// and a hash means nothing to another process.
+//
+// A type becomes a key by operator== and one of these, the first that it has:
+//
+//   template <> struct THash<TPoint> {                     // 1. a specialisation
+//     static uint64_t Of(const TPoint& p) { return HashInteger(p.X * 31 + p.Y); }
+//   };
+//   uint64_t HashValue() const;  or  int GetHash() const;  // 2. a member; it need not mix well
+//   std::hash<TPoint>                                      // 3. the standard library's
+//
+// Text, numbers, enumerations and pointers need nothing.
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <talvo/runtime/Config.h>
+#include <talvo/runtime/Text.h>
+#include <type_traits>
+
+namespace Talvo {
+
+namespace Detail {
+
+/// Random words, different in every process; set before static objects of other files are made.
+struct THashSeed {
+  uint64_t Words[10];
+};
+TALVO_API extern const THashSeed HashSeed;
+
+/// Both halves of the 128-bit product in one word: every bit of it depends on every bit of both.
+inline uint64_t FoldedProduct(uint64_t left, uint64_t right) {
+  __extension__ using TWide = unsigned __int128;
+  const TWide product = static_cast<TWide>(left) * right;
+  return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+}
+
+template <class N>
+inline N LoadUnaligned(const unsigned char* bytes) {
+  N number;
+  __builtin_memcpy(&number, bytes, sizeof number);
+  return number;
+}
+
+inline constexpr size_t ShortKeyBytes = 64;
+TALVO_API uint64_t HashLongBytes(const unsigned char* bytes, size_t size);
+
+/// Where the four blocks of 16 bytes start that cover 16 to 64 bytes, overlapping where there
+/// are fewer. No branch depends on the size: lengths of keys are hard to predict.
+struct TShortKeyBlocks {
+  explicit TShortKeyBlocks(size_t size)
+      : Second(size < 32 ? size - 16 : 16), Third(size < 32 ? 0 : size - 32), Fourth(size - 16) {}
+  size_t Second, Third, Fourth;
+};
+
+inline uint64_t FoldBlock(const unsigned char* bytes, const uint64_t* seed) {
+  return FoldedProduct(LoadUnaligned<uint64_t>(bytes) ^ seed[0],
+                       LoadUnaligned<uint64_t>(bytes + 8) ^ seed[1]);
+}
+
+/// The sum over 16 to 64 bytes.
+inline uint64_t FoldBlocks(const unsigned char* bytes, size_t size) {
+  const TShortKeyBlocks at(size);
+  const uint64_t* seed = HashSeed.Words;
+  return FoldBlock(bytes, seed) + FoldBlock(bytes + at.Second, seed + 2) +
+         FoldBlock(bytes + at.Third, seed + 4) + FoldBlock(bytes + at.Fourth, seed + 6);
+}
+
+}  // namespace Detail
+
+/// A hash of `bits` of which every bit is usable. Some 1 ns.
+inline uint64_t HashInteger(uint64_t bits) {
+  // Not linear in `bits`: with a constant factor, one seed in a hundred would crowd counted keys.
+  return Detail::FoldedProduct(bits ^ Detail::HashSeed.Words[0], bits ^ Detail::HashSeed.Words[1]);
+}
+
+/// A hash of `size` bytes of which every bit is usable. Some 3 ns up to 64 bytes.
+inline uint64_t HashBytes(const void* data, size_t size) {
+  using namespace Detail;
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  const uint64_t* seed = HashSeed.Words;
+  uint64_t sum;
+  if (size >= 16) {
+    if (size > ShortKeyBytes) [[unlikely]]
+      return HashLongBytes(bytes, size);
+    sum = FoldBlocks(bytes, size);
+  } else {
+    uint64_t first = 0, last = 0;
+    if (size >= 8) {
+      first = LoadUnaligned<uint64_t>(bytes);
+      last = LoadUnaligned<uint64_t>(bytes + size - 8);
+    } else if (size >= 4) {
+      first = LoadUnaligned<uint32_t>(bytes);
+      last = LoadUnaligned<uint32_t>(bytes + size - 4);
+    } else if (size > 0) {
+      first = bytes[0];
+      last = bytes[size / 2] << 8 | bytes[size - 1];
+    }
+    sum = FoldedProduct(first ^ seed[0], last ^ seed[1]);
+  }
+  return FoldedProduct(sum ^ seed[8], size ^ seed[9]);
+}
+
+namespace Detail {
+
+template <class T>
+concept HasHashValue = requires(const T& key) {
+  { key.HashValue() } -> std::convertible_to<uint64_t>;
+};
+template <class T>
+concept HasGetHash = requires(const T& key) {
+  { key.GetHash() } -> std::convertible_to<uint64_t>;
+};
+template <class T>
+concept HasStdHash = requires(const T& key) {
+  { std::hash<T>{}(key) } -> std::convertible_to<uint64_t>;
+};
+
+/// Equal numbers have equal bits: one zero, one NaN.
+template <std::floating_point T>
+inline uint64_t CanonicalBits(T number) {
+  const double wide = static_cast<double>(number);
+  if (wide == 0) return 0;
+  if (wide != wide) return ~uint64_t{0};
+  return __builtin_bit_cast(uint64_t, wide);
+}
+
+}  // namespace Detail
+
+/// The hash of a `T` as a key: `Of(key)`, 64 well mixed bits, the same for equal keys.
+/// Specialise it for types of your own; finish with HashInteger or HashBytes.
+template <class T>
+struct THash {
+  static uint64_t Of(const T& key) {
+    if constexpr (Detail::HasHashValue<T>) {
+      return HashInteger(static_cast<uint64_t>(key.HashValue()));
+    } else if constexpr (Detail::HasGetHash<T>) {
+      return HashInteger(static_cast<uint64_t>(key.GetHash()));
+    } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
+      return HashInteger(static_cast<uint64_t>(key));
+    } else if constexpr (std::is_pointer_v<T>) {
+      return HashInteger(reinterpret_cast<uintptr_t>(key));
+    } else if constexpr (std::is_floating_point_v<T>) {
+      return HashInteger(Detail::CanonicalBits(key));
+    } else {
+      static_assert(Detail::HasStdHash<T>,
+                    "This type cannot be a key yet: give it uint64_t HashValue() const, or "
+                    "specialise Talvo::THash for it.");
+      return HashInteger(static_cast<uint64_t>(std::hash<T>{}(key)));
+    }
+  }
+};
+
+template <class C>
+struct THash<std::basic_string_view<C>> {
+  static uint64_t Of(std::basic_string_view<C> key) {
+    return HashBytes(key.data(), key.size() * sizeof(C));
+  }
+};
+template <class C, class TAllocator>
+struct THash<std::basic_string<C, std::char_traits<C>, TAllocator>>
+    : THash<std::basic_string_view<C>> {};
+
+namespace Detail {
+
+TALVO_API bool EqualOtherBytes(const void* left, const void* right, size_t size) noexcept;
+
+/// Whether `size` bytes are equal. Those of 16 to 64 are compared without a branch.
+TALVO_INLINE bool EqualBytes(const void* left, const void* right, size_t size) noexcept {
+  if (size < 16 || size > ShortKeyBytes) return EqualOtherBytes(left, right, size);
+  using TBlock = uint64_t __attribute__((vector_size(16)));
+  const auto difference = [left, right](size_t at) {
+    return LoadUnaligned<TBlock>(static_cast<const unsigned char*>(left) + at) ^
+           LoadUnaligned<TBlock>(static_cast<const unsigned char*>(right) + at);
+  };
+  const TShortKeyBlocks at(size);
+  const TBlock all =
+      difference(0) | difference(at.Second) | difference(at.Third) | difference(at.Fourth);
+  return (all[0] | all[1]) == 0;
+}
+
+template <class K>
+struct TLookup {
+  using TType = std::conditional_t<std::is_scalar_v<K>, K, const K&>;
+};
+template <class C, class TAllocator>
+struct TLookup<std::basic_string<C, std::char_traits<C>, TAllocator>> {
+  using TType = std::basic_string_view<C>;
+};
+
+template <class K>
+using TLookupType = typename TLookup<K>::TType;
+
+/// Whether a key is text, and so is looked up by a view.
+template <class K>
+inline constexpr bool IsTextKey = std::is_class_v<TLookupType<K>>;
+
+}  // namespace Detail
+
+/// What a key of type K is looked up by: text by a view, so that literals and parts of other texts
+/// need no copy; all else by reference, or by value where that is as cheap.
+template <class K>
+using TLookupKey = Detail::TLookupType<K>;
+
+/// Whether two keys are the same: operator==, except that NaN is one key like any other number.
+template <class K>
+bool KeysEqual(TLookupKey<K> left, TLookupKey<K> right) {
+  if constexpr (Detail::IsTextKey<K>) {
+    return left.size() == right.size() &&
+           Detail::EqualBytes(left.data(), right.data(), left.size() * sizeof(left[0]));
+  } else if constexpr (std::is_floating_point_v<K>) {
+    return left == right || (left != left && right != right);
+  } else {
+    return left == right;
+  }
+}
+
+}  // namespace Talvo

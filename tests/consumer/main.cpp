@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+// consumer [PLUGIN]: uses the library, then loads a plug-in and makes sure that it goes again.
+
+#include <dlfcn.h>
+
+#include <cstdio>
+
+#include <talvo/runtime/Exceptions.h>
+
+static bool CanBeUnloaded(const char* path) {
+  void* plugin = dlopen(path, RTLD_NOW);
+  if (!plugin) return false;
+  auto run = reinterpret_cast<bool (*)()>(dlsym(plugin, "RunPlugin"));
+  const bool hasRun = run && run();
+  dlclose(plugin);
+  return hasRun && !dlopen(path, RTLD_NOW | RTLD_NOLOAD);
+}
+
+int main(int argc, char** argv) {
+  if (Talvo::ERangeError(u"Too far").ClassName() != u"ERangeError") return 1;
+  if (argc > 1 && !CanBeUnloaded(argv[1])) return 2;
+  std::puts("The consumer is content.");
+}
