@@ -127,16 +127,12 @@ class TDictionary {
 
  private:
   using TStorage = Detail::TDictionaryStorage<K, V>;
-  using TEntry = typename TStorage::TEntry;
 
   template <class... A>
-  TEntry& Append(uint32_t hash, A&&... keyAndArguments);
-  template <class... A>
-  void Rebuild(uint32_t capacity, A&&... newEntry);
-  TItem TakeOut(TEntry& entry);
+  void Rebuild(uint32_t capacity, A&&... newPair);
 
   TStorage FStorage;
-  int64_t FBase = 0;  // the position of the first entry of the storage, as Next counts
+  int64_t FBase = 0;  // the position of the storage's first pair, as Next counts them
 };
 
 template <class K, class V>
@@ -146,11 +142,12 @@ class TDictionary<K, V>::TIterator {
   using difference_type = ptrdiff_t;
 
   TIterator() noexcept = default;
-  const TItem& operator*() const noexcept { return FAt->Pair; }
-  const TItem* operator->() const noexcept { return &FAt->Pair; }
+  const TItem& operator*() const noexcept { return *FItem; }
+  const TItem* operator->() const noexcept { return FItem; }
   TIterator& operator++() noexcept {
-    ++FAt;
-    SkipRemoved();
+    ++FItem;
+    ++FHash;
+    SkipGaps();
     return *this;
   }
   TIterator operator++(int) noexcept {
@@ -159,18 +156,24 @@ class TDictionary<K, V>::TIterator {
     return before;
   }
   friend bool operator==(const TIterator& left, const TIterator& right) noexcept {
-    return left.FAt == right.FAt;
+    return left.FItem == right.FItem;
   }
 
  private:
   friend class TDictionary;
-  TIterator(const TEntry* at, const TEntry* end) noexcept : FAt(at), FEnd(end) { SkipRemoved(); }
-  void SkipRemoved() noexcept {
-    while (FAt != FEnd && !FAt->IsLive()) ++FAt;
+  TIterator(const TStorage& storage, uint32_t number) noexcept
+      : FItem(storage.At(number)),
+        FHash(storage.Hashes + number),
+        FEnd(storage.Hashes + storage.Used) {
+    SkipGaps();
+  }
+  void SkipGaps() noexcept {
+    while (FHash != FEnd && *FHash == 0) ++FItem, ++FHash;
   }
 
-  const TEntry* FAt = nullptr;
-  const TEntry* FEnd = nullptr;
+  const TItem* FItem = nullptr;
+  const uint32_t* FHash = nullptr;
+  const uint32_t* FEnd = nullptr;
 };
 
 }  // namespace Talvo::Rtl

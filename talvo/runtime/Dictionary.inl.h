@@ -8,78 +8,76 @@ namespace Talvo::Detail {
 
 template <class K, class V>
 TDictionaryStorage<K, V>::~TDictionaryStorage() {
-  if (!Entries) return;
-  if constexpr (!std::is_trivially_destructible_v<TPair<K, V>>) {
-    for (TEntry *entry = At(First), *end = At(Used); entry != end; ++entry) {
-      if (entry->IsLive()) entry->Pair.~TPair<K, V>();
+  if constexpr (!std::is_trivially_destructible_v<TItem>) {
+    for (size_t number = First; number < Used; ++number) {
+      if (IsLive(number)) At(number)->~TItem();
     }
   }
-  FreeMemory();
+  if (Pairs) FreeMemory();
 }
 
 template <class K, class V>
-auto TDictionaryStorage<K, V>::FindUnindexed(uint32_t hash, TLookupKey<K> key) const -> TEntry* {
-  for (TEntry *entry = At(First), *end = At(Used); entry != end; ++entry) {
-    if (entry->Hash == hash && KeysEqual<K>(entry->Pair.Key, key)) return entry;
+auto TDictionaryStorage<K, V>::FindInOrder(uint32_t hash, TLookupKey<K> key) const -> TFound {
+  for (size_t number = First; number < Used; ++number) {
+    if (Hashes[number] == hash && KeysEqual<K>(At(number)->Key, key)) return {At(number), 0};
   }
-  return nullptr;
+  return {};
 }
 
 template <class K, class V>
-auto TDictionaryStorage<K, V>::FindIndexed(uint32_t hash, TLookupKey<K> key) const -> TEntry* {
+auto TDictionaryStorage<K, V>::FindInIndex(uint32_t hash, TLookupKey<K> key) const -> TFound {
   const uint32_t mask = SlotMask;
   uint32_t start = hash & mask;
   __builtin_prefetch(Slots + start);
   for (uint32_t step = TTagGroup::Size;; step += TTagGroup::Size) {
     const TTagGroup group(Tags + start);
     for (uint32_t match = group.Match(TTagGroup::TagOf(hash)); match != 0; match &= match - 1) {
-      const uint32_t content = Slots[(start + static_cast<uint32_t>(__builtin_ctz(match))) & mask];
+      const uint32_t slot = (start + static_cast<uint32_t>(__builtin_ctz(match))) & mask;
+      const uint32_t content = Slots[slot];
       if (((content ^ hash) & ~mask) != 0) [[unlikely]] continue;
-      TEntry* entry = At(content & mask);
-      if (entry->Hash == hash && KeysEqual<K>(entry->Pair.Key, key)) [[likely]] return entry;
+      TItem* item = At(content & mask);
+      if (KeysEqual<K>(item->Key, key)) [[likely]] return {item, slot};
     }
-    if (group.Free() != 0) [[likely]] return nullptr;
+    if (const uint32_t free = group.Match(TTagGroup::FreeTag)) [[likely]] {
+      return {nullptr, (start + static_cast<uint32_t>(__builtin_ctz(free))) & mask};
+    }
     start = (start + step) & mask;
   }
 }
 
 template <class K, class V>
 template <class Q, class... A>
-auto TDictionaryStorage<K, V>::Construct(uint32_t hash, Q&& key, A&&... arguments) -> TEntry& {
-  TEntry* entry = At(Used);
-  ::new (&entry->Pair) TPair<K, V>{K(std::forward<Q>(key)), V(std::forward<A>(arguments)...)};
-  entry->Hash = hash;
+void TDictionaryStorage<K, V>::Construct(uint32_t hash, Q&& key, A&&... arguments) {
+  ::new (At(Used)) TItem{K(std::forward<Q>(key)), V(std::forward<A>(arguments)...)};
+  Hashes[Used] = hash;
   ++Used;
   ++Count;
-  return *entry;
 }
 
 template <class K, class V>
 template <class TSource>
 void TDictionaryStorage<K, V>::Prepend(TSource& source) {
-  // Backwards, so that [First, Used) is always what has to end should a copy raise.
-  for (TEntry *from = source.At(source.Used), *end = source.At(source.First); from != end;) {
-    --from;
-    if (!from->IsLive()) continue;
-    TEntry* to = At(First - 1);
+  // Backwards, so that what stands in [First, Used) is what has to end should a copy raise.
+  for (size_t number = source.Used; number-- > source.First;) {
+    if (!source.IsLive(number)) continue;
+    TItem& item = *source.At(number);
     if constexpr (std::is_const_v<TSource>) {
-      ::new (&to->Pair) TPair<K, V>(std::as_const(from->Pair));
+      ::new (At(First - 1)) TItem(std::as_const(item));
     } else {
-      ::new (&to->Pair) TPair<K, V>(std::move_if_noexcept(from->Pair));
+      ::new (At(First - 1)) TItem(std::move_if_noexcept(item));
     }
-    to->Hash = from->Hash;
-    --First;
+    Hashes[--First] = source.Hashes[number];
     ++Count;
   }
-  if (Slots) IndexEntries(sizeof(TEntry));
+  EnterAll();
 }
 
 template <class K, class V>
-void TDictionaryStorage<K, V>::Drop(TEntry& entry) noexcept {
-  entry.Hash = 0;
-  --Count;
-  while (First < Used && !At(First)->IsLive()) ++First;
-  entry.Pair.~TPair<K, V>();
+auto TDictionaryStorage<K, V>::TakeOut(TFound found) -> TItem {
+  TItem taken = std::move_if_noexcept(*found.Item);
+  Unlink(static_cast<uint32_t>(found.Item - At(0)), found.Slot);
+  found.Item->~TItem();
+  return taken;
 }
 
 }  // namespace Talvo::Detail
@@ -105,7 +103,7 @@ TDictionary<K, V>& TDictionary<K, V>::operator=(TDictionary other) noexcept {
 template <class K, class V>
 TDictionary<K, V>::~TDictionary() {
   // A destructor of an item may have added another one.
-  while (FStorage.Entries) Clear();
+  while (FStorage.Pairs) Clear();
 }
 
 template <class K, class V>
@@ -157,30 +155,26 @@ template <class Q, class... A>
   requires Detail::KeyFor<Q, K> && std::constructible_from<V, A...>
 auto TDictionary<K, V>::TryAddHashed(THashCode hash, Q&& key, A&&... arguments) -> TAdded {
   const auto code = static_cast<uint32_t>(hash);
-  if (TEntry* found = FStorage.Find(code, key)) return {found->Pair.Value, false};
-  return {Append(code, std::forward<Q>(key), std::forward<A>(arguments)...).Pair.Value, true};
-}
-
-template <class K, class V>
-template <class... A>
-auto TDictionary<K, V>::Append(uint32_t hash, A&&... keyAndArguments) -> TEntry& {
-  if (FStorage.IsFull()) [[unlikely]] {
-    Rebuild(TStorage::GrownCapacity(FStorage.Count), hash, std::forward<A>(keyAndArguments)...);
-    return *FStorage.At(FStorage.Used - 1);
+  const auto found = FStorage.Find(code, key);
+  if (found.Item) return {found.Item->Value, false};
+  if (FStorage.Used < FStorage.Capacity) [[likely]] {
+    FStorage.Construct(code, std::forward<Q>(key), std::forward<A>(arguments)...);
+    if (FStorage.Slots) FStorage.SetSlot(found.Slot, code, FStorage.Used - 1);
+  } else {
+    Rebuild(TStorage::GrownCapacity(FStorage.Count), code, std::forward<Q>(key),
+            std::forward<A>(arguments)...);
   }
-  TEntry& entry = FStorage.Construct(hash, std::forward<A>(keyAndArguments)...);
-  FStorage.Link(entry);
-  return entry;
+  return {FStorage.At(FStorage.Used - 1)->Value, true};
 }
 
 template <class K, class V>
 template <class... A>
-void TDictionary<K, V>::Rebuild(uint32_t capacity, A&&... newEntry) {
+void TDictionary<K, V>::Rebuild(uint32_t capacity, A&&... newPair) {
   const uint32_t count = FStorage.Count;
   TStorage fresh(capacity);
   fresh.First = fresh.Used = count;
-  // First the new entry: its key and value may stand in an old one.
-  if constexpr (sizeof...(A) > 0) fresh.Construct(std::forward<A>(newEntry)...);
+  // The new pair first: its key and value may stand in an old one.
+  if constexpr (sizeof...(A) > 0) fresh.Construct(std::forward<A>(newPair)...);
   fresh.Prepend(FStorage);
   // Closing gaps moves items towards the end, so walks meet some twice and miss none.
   FBase += FStorage.Used - count;
@@ -188,25 +182,18 @@ void TDictionary<K, V>::Rebuild(uint32_t capacity, A&&... newEntry) {
 }
 
 template <class K, class V>
-auto TDictionary<K, V>::TakeOut(TEntry& entry) -> TItem {
-  TItem taken = std::move_if_noexcept(entry.Pair);
-  FStorage.Drop(entry);
-  return taken;
-}
-
-template <class K, class V>
 bool TDictionary<K, V>::Remove(TKey key) {
-  TEntry* found = FStorage.Find(Detail::HashCodeOf<K>(key), key);
-  if (!found) return false;
-  TakeOut(*found);
+  const auto found = FStorage.Find(Detail::HashCodeOf<K>(key), key);
+  if (!found.Item) return false;
+  FStorage.TakeOut(found);
   return true;
 }
 
 template <class K, class V>
 auto TDictionary<K, V>::ExtractPair(TKey key) -> TItem {
-  TEntry* found = FStorage.Find(Detail::HashCodeOf<K>(key), key);
-  if (!found) return TItem{K(key), V{}};
-  return TakeOut(*found);
+  const auto found = FStorage.Find(Detail::HashCodeOf<K>(key), key);
+  if (!found.Item) return TItem{K(key), V{}};
+  return FStorage.TakeOut(found);
 }
 
 template <class K, class V>
@@ -217,14 +204,14 @@ void TDictionary<K, V>::Clear() noexcept {
 
 template <class K, class V>
 V* TDictionary<K, V>::FindHashed(THashCode hash, TKey key) {
-  TEntry* found = FStorage.Find(static_cast<uint32_t>(hash), key);
-  return found ? &found->Pair.Value : nullptr;
+  TItem* found = FStorage.Find(static_cast<uint32_t>(hash), key).Item;
+  return found ? &found->Value : nullptr;
 }
 
 template <class K, class V>
 const V* TDictionary<K, V>::FindHashed(THashCode hash, TKey key) const {
-  const TEntry* found = FStorage.Find(static_cast<uint32_t>(hash), key);
-  return found ? &found->Pair.Value : nullptr;
+  const TItem* found = FStorage.Find(static_cast<uint32_t>(hash), key).Item;
+  return found ? &found->Value : nullptr;
 }
 
 template <class K, class V>
@@ -265,12 +252,12 @@ void TDictionary<K, V>::TrimExcess() {
 
 template <class K, class V>
 auto TDictionary<K, V>::begin() const noexcept -> TIterator {
-  return {FStorage.At(FStorage.First), FStorage.At(FStorage.Used)};
+  return {FStorage, FStorage.First};
 }
 
 template <class K, class V>
 auto TDictionary<K, V>::end() const noexcept -> TIterator {
-  return {FStorage.At(FStorage.Used), FStorage.At(FStorage.Used)};
+  return {FStorage, FStorage.Used};
 }
 
 template <class K, class V>
@@ -278,9 +265,9 @@ auto TDictionary<K, V>::Next(int64_t& position) const noexcept -> const TItem* {
   const int64_t end = FStorage.Used;
   int64_t at = position + 1 - FBase;
   if (at < FStorage.First) at = FStorage.First;
-  while (at < end && !FStorage.At(at)->IsLive()) ++at;
+  while (at < end && !FStorage.IsLive(static_cast<size_t>(at))) ++at;
   position = FBase + (at < end ? at : end - 1);
-  return at < end ? &FStorage.At(at)->Pair : nullptr;
+  return at < end ? FStorage.At(static_cast<size_t>(at)) : nullptr;
 }
 
 }  // namespace Talvo::Rtl

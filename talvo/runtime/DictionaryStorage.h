@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
-// The memory of a dictionary: an array of entries in the order in which they came, and beside it
-// an index of small slots. A removed entry stays as a gap until the array is full or trimmed, and
-// its slot stays too; so removing touches one entry, and the index never needs repair.
+// The memory of a dictionary: the pairs in the order in which they came, their hashes beside them,
+// and an index of small slots. A removed pair leaves a gap until memory is next taken or trimmed.
 //
-// A slot holds the number of an entry, counted from 1, in its low bits and the low bits of the
-// entry's hash above. The high bits of the hash say where the search for the slot starts. Together
-// that is the whole hash, so a missing key almost never touches an entry.
+// The low bits of a hash say where in the index the search for it starts. A slot has a tag, the
+// top bits of the hash, of which 16 are compared at once; and a number, that of the pair in its
+// low bits and the rest of the hash above. So a missing key almost never touches a pair.
 
 #include <concepts>
 #include <cstddef>
@@ -33,132 +32,131 @@ uint32_t HashCodeOf(TLookupKey<K> key) {
   return static_cast<uint32_t>(THash<K>::Of(key)) | 0x8000'0000;
 }
 
-/// The tags of 16 slots in a row, compared at once. Sets of slots are bits, lowest first.
+/// The tags of 16 slots in a row, compared at once. Sets of slots are bits, the first lowest.
 class TTagGroup {
  public:
   static constexpr uint32_t Size = 16;
+  static constexpr uint8_t FreeTag = 0, RemovedTag = 1;  // others have the top bit
 
-  explicit TTagGroup(const uint8_t* tags) : FTags(LoadUnaligned<TBytes>(tags)) {}
-  static uint8_t TagOf(uint32_t hash) { return static_cast<uint8_t>(hash >> 24); }
-  uint32_t Match(uint8_t tag) const { return TopBits(FTags == (TBytes{} + tag)); }
-  uint32_t Free() const { return TopBits(FTags) ^ 0xFFFF; }
+  explicit TTagGroup(const uint8_t* tags) noexcept : FTags(LoadUnaligned<TTags>(tags)) {}
+  static uint8_t TagOf(uint32_t hash) noexcept { return static_cast<uint8_t>(hash >> 24); }
+  uint32_t Match(uint8_t tag) const noexcept { return Bits(FTags == TTags{} + tag); }
 
  private:
-  using TBytes = uint8_t __attribute__((vector_size(16)));
-  using TSigned = char __attribute__((vector_size(16)));
+  using TTags = uint8_t __attribute__((vector_size(Size)));
 
-  static uint32_t TopBits(const TSigned bytes) {
-    return static_cast<uint32_t>(__builtin_ia32_pmovmskb128(bytes));
-  }
-  template <class T>
-  static uint32_t TopBits(const T bytes) {
-    return TopBits((TSigned)bytes);
+  template <class TMask>
+  static uint32_t Bits(TMask mask) noexcept {
+#ifdef __SSE2__
+    using TChars = char __attribute__((vector_size(Size)));
+    return static_cast<uint32_t>(__builtin_ia32_pmovmskb128((TChars)mask));
+#else
+    uint32_t bits = 0;
+    for (uint32_t at = 0; at < Size; ++at) bits |= uint32_t{mask[at] != 0} << at;
+    return bits;
+#endif
   }
 
-  TBytes FTags;
+  TTags FTags;
+};
+
+/// The index; it does not own its memory.
+struct TIndex {
+  uint32_t* Slots = nullptr;  // none for a few pairs: their hashes are searched one by one
+  uint8_t* Tags = nullptr;
+  uint32_t SlotMask = 0;  // the number of slots, a power of 2, less 1
+
+  void SetTag(uint32_t slot, uint8_t tag) const noexcept {
+    Tags[slot] = tag;
+    // The first tags stand behind the last ones too, for groups that reach beyond the end.
+    Tags[((slot - TTagGroup::Size) & SlotMask) + TTagGroup::Size] = tag;
+  }
+  void SetSlot(uint32_t slot, uint32_t hash, uint32_t number) const noexcept {
+    Slots[slot] = (hash & ~SlotMask) | number;
+    SetTag(slot, TTagGroup::TagOf(hash));
+  }
+  /// Takes the first free slot on the way that a search for `hash` goes.
+  void Enter(uint32_t hash, uint32_t number) const noexcept {
+    // One tag after the other: to read 16 at once right behind writing single ones makes the
+    // processor wait.
+    uint32_t start = hash & SlotMask;
+    uint32_t step = TTagGroup::Size;
+    uint32_t at = 0;
+    while (Tags[start + at] != TTagGroup::FreeTag) {
+      if (++at < TTagGroup::Size) continue;
+      start = (start + step) & SlotMask;
+      step += TTagGroup::Size;
+      at = 0;
+    }
+    SetSlot((start + at) & SlotMask, hash, number);
+  }
 };
 
 /// What does not depend on the types of key and value.
-class TRawDictionaryStorage {
- public:
-  void* Entries = nullptr;
-  uint32_t* Slots = nullptr;  // none for a few entries: those are searched one by one
-  uint8_t* Tags = nullptr;
-  uint32_t SlotMask = 0;      // of 2^SlotBits slots at most half are taken
+struct TRawDictionaryStorage : TIndex {
+  void* Pairs = nullptr;
+  uint32_t* Hashes = nullptr;  // 0 for a gap
   uint32_t Capacity = 0;
-  uint32_t First = 0;  // entries before this one are gaps
-  uint32_t Used = 0;   // entries from this one on are raw memory
-  uint32_t Count = 0;  // entries that are no gaps
+  uint32_t First = 0;  // before this one, there are only gaps
+  uint32_t Used = 0;   // from this one on, there is raw memory
+  uint32_t Count = 0;  // pairs, without the gaps
 
-  /// Enough for `count` entries, with room for some more. Raises EIntOverflow when there cannot be
-  /// so many.
+  TRawDictionaryStorage() noexcept = default;
+  TALVO_API TRawDictionaryStorage(uint32_t capacity, size_t pairSize, size_t alignment);
+  TRawDictionaryStorage(TRawDictionaryStorage&& other) noexcept { Swap(other); }
+  TALVO_API void Swap(TRawDictionaryStorage& other) noexcept;
+  TALVO_API void FreeMemory() noexcept;
+
+  /// The capacity for `count` pairs and some more. Raises EIntOverflow when `count` is no int32_t.
   TALVO_API static uint32_t GrownCapacity(uint32_t count);
 
- protected:
-  TRawDictionaryStorage() noexcept = default;
-  TALVO_API TRawDictionaryStorage(uint32_t capacity, size_t entrySize, size_t alignment);
-  TRawDictionaryStorage(TRawDictionaryStorage&& other) noexcept { Swap(other); }
-  TALVO_API void FreeMemory() noexcept;
-  /// Fills the empty index; each entry starts with its hash.
-  TALVO_API void IndexEntries(size_t entrySize) noexcept;
+  bool IsLive(size_t number) const noexcept { return Hashes[number] != 0; }
 
-  void Swap(TRawDictionaryStorage& other) noexcept;
-
-  void LinkEntry(uint32_t hash, uint32_t number) noexcept {
-    const uint32_t mask = SlotMask;
-    uint32_t start = hash & mask;
-    uint32_t free;
-    for (uint32_t step = TTagGroup::Size; (free = TTagGroup(Tags + start).Free()) == 0;
-         step += TTagGroup::Size) {
-      start = (start + step) & mask;
-    }
-    const uint32_t slot = (start + static_cast<uint32_t>(__builtin_ctz(free))) & mask;
-    Slots[slot] = (hash & ~mask) | number;
-    Tags[slot] = TTagGroup::TagOf(hash);
-    // The first tags stand behind the last as well, for groups that reach beyond the end.
-    Tags[((slot - TTagGroup::Size) & mask) + TTagGroup::Size] = TTagGroup::TagOf(hash);
-  }
+  /// Enters all pairs into an empty index.
+  TALVO_API void EnterAll() noexcept;
+  /// Makes a gap of a pair that was found in `slot`; the pair itself is left to the caller.
+  TALVO_API void Unlink(uint32_t number, uint32_t slot) noexcept;
 };
 
-inline void TRawDictionaryStorage::Swap(TRawDictionaryStorage& other) noexcept {
-  std::swap(Entries, other.Entries);
-  std::swap(Slots, other.Slots);
-  std::swap(Tags, other.Tags);
-  std::swap(SlotMask, other.SlotMask);
-  std::swap(Capacity, other.Capacity);
-  std::swap(First, other.First);
-  std::swap(Used, other.Used);
-  std::swap(Count, other.Count);
-}
-
-/// Owns the entries: the destructor ends those that are no gaps, in their order.
+/// Owns the pairs: the destructor ends them in their order.
 template <class K, class V>
-class TDictionaryStorage : public TRawDictionaryStorage {
- public:
+struct TDictionaryStorage : TRawDictionaryStorage {
   static_assert(std::is_object_v<K> && std::is_object_v<V> && !std::is_const_v<K> &&
                     !std::is_const_v<V>,
                 "A dictionary holds its keys and values: give it plain object types.");
+  using TItem = TPair<K, V>;
 
-  struct TEntry {
-    uint32_t Hash;  // 0 in a gap, whose pair has ended
-    union {
-      TPair<K, V> Pair;
-    };
-
-    TEntry() = delete;
-    bool IsLive() const noexcept { return Hash != 0; }
+  struct TFound {
+    TItem* Item;    // null when the key is missing
+    uint32_t Slot;  // in the index: where the item stands, or may be entered
   };
 
   TDictionaryStorage() noexcept = default;
   explicit TDictionaryStorage(uint32_t capacity)
-      : TRawDictionaryStorage(capacity, sizeof(TEntry), alignof(TEntry)) {}
+      : TRawDictionaryStorage(capacity, sizeof(TItem), alignof(TItem)) {}
   TDictionaryStorage(TDictionaryStorage&& other) noexcept = default;
   ~TDictionaryStorage();
-  void Swap(TDictionaryStorage& other) noexcept { TRawDictionaryStorage::Swap(other); }
 
-  TEntry* At(size_t number) const noexcept { return static_cast<TEntry*>(Entries) + number; }
-  bool IsFull() const noexcept { return Used == Capacity; }
+  TItem* At(size_t number) const noexcept { return static_cast<TItem*>(Pairs) + number; }
 
-  TEntry* Find(uint32_t hash, TLookupKey<K> key) const {
-    return Slots ? FindIndexed(hash, key) : FindUnindexed(hash, key);
+  TFound Find(uint32_t hash, TLookupKey<K> key) const {
+    return Slots ? FindInIndex(hash, key) : FindInOrder(hash, key);
   }
-  TEntry* FindIndexed(uint32_t hash, TLookupKey<K> key) const;
-  TEntry* FindUnindexed(uint32_t hash, TLookupKey<K> key) const;
+  TFound FindInIndex(uint32_t hash, TLookupKey<K> key) const;
+  TFound FindInOrder(uint32_t hash, TLookupKey<K> key) const;
 
-  /// Makes the next entry, for which there is room, and leaves linking it to the caller.
+  /// Makes a pair at the end, where there is room, without entering it into the index.
   template <class Q, class... A>
-  TEntry& Construct(uint32_t hash, Q&& key, A&&... arguments);
-  void Link(const TEntry& entry) noexcept {
-    if (Slots) LinkEntry(entry.Hash, static_cast<uint32_t>(&entry - At(0)));
-  }
+  void Construct(uint32_t hash, Q&& key, A&&... arguments);
 
-  /// Puts the entries of `source` in front of First, without its gaps, and links all entries.
+  /// Puts the pairs of `source`, without its gaps, in front of First, and enters all pairs into the
+  /// index.
   /// A const source is copied, another one moved from.
   template <class TSource>
   void Prepend(TSource& source);
 
-  /// Makes a gap of an entry whose pair has been taken out.
-  void Drop(TEntry& entry) noexcept;
+  /// Makes a gap of a pair and hands the pair out.
+  TItem TakeOut(TFound found);
 };
 
 }  // namespace Talvo::Detail

@@ -34,7 +34,7 @@ inline constexpr bool IsTriviallyRelocatable<TFunction<S>> = true;
 /// Anything with contiguous items of type T: a vector, a span, a std::array, a C array.
 template <class S, class T>
 concept ContiguousOf = requires(const S& source) {
-  { source.data() } -> std::convertible_to<const T*>;
+  requires std::is_same_v<std::remove_cv_t<std::remove_pointer_t<decltype(source.data())>>, T>;
   { source.size() } -> std::integral;
 }
 || (std::is_array_v<std::remove_cvref_t<S>> &&
@@ -125,6 +125,7 @@ class TArray {
   TArray(const T* items, int32_t count) {
     if (count < 0) RaiseRangeError();
     if (count == 0) return;
+    Assert(items != nullptr);
     T* fresh = Allocate(count);
     TStorageGuard storage{fresh};
     Detail::TConstructed<T> made(fresh);
@@ -175,11 +176,28 @@ class TArray {
   /// Cuts the array or fills it up with default values; storage then is this handle's own.
   /// Raises ERangeError when `length` is below 0.
   void SetLength(int32_t length);
+  /// SetLength for arrays that grow time and again: takes memory for what is to come.
+  void Extend(int32_t length) {
+    if (length > Length() && (!IsOwn() || length > Header()->Allocated)) {
+      Rebuild(RoomFor(length), length);
+    } else {
+      SetLength(length);
+    }
+  }
   /// Inserts copies of `count` items in front of `index` (0 to Length()). The items may be the
   /// array's own. Nothing is changed when a copy raises.
   void Insert(int32_t index, const T* items, int32_t count);
-  /// Deletes the items from `index` on; both must lie inside the array.
-  void Delete(int32_t index, int32_t count);
+  /// Deletes `count` items from `index` on; all of them must lie inside the array. They end when
+  /// the array is complete again.
+  void Delete(int32_t index, int32_t count) {
+    CloseGap(index, count, Length());
+    Cut(Length() - count);
+  }
+  /// The first half of Delete: moves the items between the `count` deleted ones and `last` up to
+  /// `index`. What is left in the `count` places in front of `last` is of no use any more.
+  void CloseGap(int32_t index, int32_t count, int32_t last);
+  /// The second half of Delete: shortens the array to `length` and keeps the memory.
+  void Cut(int32_t length);
   /// A new array of `count` items from `index` on.
   TArray Copy(int32_t index, int32_t count) const {
     if (index < 0 || count < 0 || count > Length() - index) RaiseRangeError();
@@ -187,6 +205,7 @@ class TArray {
   }
   /// A new array of this one's items followed by `count` more.
   TArray Concat(const T* items, int32_t count) const {
+    if (count < 0) RaiseRangeError();
     TArray joined;
     const int32_t length = CheckedAdd(Length(), count);
     if (length == 0) return joined;
@@ -201,6 +220,8 @@ class TArray {
     return joined;
   }
 
+  /// Whether `item` is one of the array's own.
+  bool Holds(const T* item) const noexcept { return FItems && item >= FItems && item < end(); }
   /// Whether both handles stand on the same storage.
   bool SharesWith(const TArray& other) const noexcept { return FItems && FItems == other.FItems; }
   bool IsShared() const noexcept {
@@ -259,9 +280,28 @@ class TArray {
     Detail::FreeStorage(StorageOf(items), Alignment);
   }
 
-  /// Own storage with room for `room` items: moved when it is ours alone, else the first `keep`
-  /// are copied.
-  void Rebuild(int32_t room, int32_t keep);
+  static void FillItems(Detail::TConstructed<T>& made, int32_t count) {
+    if constexpr (std::is_scalar_v<T> && !std::is_member_pointer_v<T>) {
+      __builtin_memset(static_cast<void*>(made.Last), 0, static_cast<size_t>(count) * sizeof(T));
+      made.Last += count;
+    } else {
+      for (int32_t i = 0; i < count; ++i) made.Add();
+    }
+  }
+  /// Moves items out of storage that is ours alone, if that cannot raise; else copies them.
+  static void TakeItems(Detail::TConstructed<T>& made, T* items, int32_t count, bool isOwn) {
+    if (!isOwn || !std::is_nothrow_move_constructible_v<T>) return CopyItems(made, items, count);
+    for (T* end = items + count; items != end; ++items) made.Add(std::move(*items));
+  }
+  bool IsOwn() const noexcept { return FItems && !IsShared(); }
+  /// Room for `length` items and, if there were some before, for half as many more: sequences
+  /// appended one by one do not each move all items.
+  int32_t RoomFor(int32_t length) const noexcept {
+    const int64_t grown = int64_t{Length()} + Length() / 2;
+    return grown > length && grown <= INT32_MAX ? static_cast<int32_t>(grown) : length;
+  }
+  /// Storage of our own with `length` items, cut or filled up, and room for `room`.
+  void Rebuild(int32_t room, int32_t length);
   void FillUp(int32_t length);
 
   T* FItems = nullptr;
@@ -271,65 +311,51 @@ template <class T>
 inline constexpr bool IsTriviallyRelocatable<TArray<T>> = true;
 
 template <class T>
-void TArray<T>::Rebuild(int32_t room, int32_t keep) {
-  if constexpr (CanReallocate) {
-    if (FItems && !IsShared()) {
-      void* storage = Detail::ReallocateStorage(StorageOf(FItems), StorageSize(room));
-      FItems = reinterpret_cast<T*>(static_cast<char*>(storage) + HeaderSize);
-      Header()->Allocated = room;
-      return;
-    }
-  }
-  T* fresh = Allocate(room);
-  TStorageGuard storage{fresh};
-  Detail::TConstructed<T> made(fresh);
-  if (!IsShared() && std::is_nothrow_move_constructible_v<T>) {
-    for (T *item = FItems, *end = FItems + keep; item != end; ++item) made.Add(std::move(*item));
-  } else {
-    CopyItems(made, FItems, keep);
-  }
-  made.Keep();
-  storage.Release();
-  HeaderOf(fresh)->Length = keep;
-  Drop(std::exchange(FItems, fresh));
-}
-
-template <class T>
 void TArray<T>::FillUp(int32_t length) {
-  Detail::TConstructed<T> made(FItems + Header()->Length);
-  if constexpr (std::is_scalar_v<T> && !std::is_member_pointer_v<T>) {
-    __builtin_memset(static_cast<void*>(made.Last), 0,
-                     static_cast<size_t>(length - Header()->Length) * sizeof(T));
-  } else {
-    for (int32_t i = Header()->Length; i < length; ++i) made.Add();
-  }
+  Detail::TConstructed<T> made(end());
+  FillItems(made, length - Length());
   made.Keep();
   Header()->Length = length;
 }
 
 template <class T>
+void TArray<T>::Rebuild(int32_t room, int32_t length) {
+  const bool isOwn = IsOwn();
+  const int32_t kept = length < Length() ? length : Length();
+  if constexpr (CanReallocate) {
+    if (isOwn) {
+      void* storage = Detail::ReallocateStorage(StorageOf(FItems), StorageSize(room));
+      FItems = reinterpret_cast<T*>(static_cast<char*>(storage) + HeaderSize);
+      Header()->Allocated = room;
+      return FillUp(length);
+    }
+  }
+  T* fresh = Allocate(room);
+  TStorageGuard storage{fresh};
+  Detail::TConstructed<T> filled(fresh + kept);
+  FillItems(filled, length - kept);
+  Detail::TConstructed<T> taken(fresh);
+  TakeItems(taken, FItems, kept, isOwn);
+  taken.Keep();
+  filled.Keep();
+  storage.Release();
+  HeaderOf(fresh)->Length = length;
+  Drop(std::exchange(FItems, fresh));
+}
+
+template <class T>
 void TArray<T>::SetLength(int32_t length) {
   if (length < 0) RaiseRangeError();
-  const int32_t before = Length();
-  if (length == before && !IsShared()) return;
-  if (length == 0) return Drop(std::exchange(FItems, nullptr));
-  if (IsShared() || !FItems) {
-    Rebuild(length, length < before ? length : before);
-  } else if (length < before) {
-    if constexpr (!std::is_trivially_destructible_v<T>) {
-      // An element's end may come back to this array: take the elements out first.
-      const TArray removed = Copy(length, before - length);
-      Header()->Length = length;
-      for (T *item = FItems + length, *end = FItems + before; item != end; ++item) item->~T();
-      if constexpr (CanReallocate) Rebuild(length, length);
-      return;
+  if (length < Length()) {
+    Cut(length);
+    if constexpr (CanReallocate || std::is_nothrow_move_constructible_v<T>) {
+      if (IsOwn() && Length() == length && Header()->Allocated > length) Rebuild(length, length);
     }
-    Header()->Length = length;
-    if constexpr (CanReallocate) Rebuild(length, length);
-  } else if (length > Header()->Allocated) {
-    Rebuild(length, before);
+  } else if (length > 0 && (!IsOwn() || length > Header()->Allocated)) {
+    Rebuild(length, length);
+  } else if (length > Length()) {
+    FillUp(length);
   }
-  if (Length() < length) FillUp(length);
 }
 
 template <class T>
@@ -337,31 +363,32 @@ void TArray<T>::Insert(int32_t index, const T* items, int32_t count) {
   const int32_t before = Length();
   if (index < 0 || index > before || count < 0) RaiseRangeError();
   if (count == 0) return;
+  if (Holds(items)) return Insert(index, TArray(items, count).FItems, count);
   const int32_t length = CheckedAdd(before, count);
-  if constexpr (IsTriviallyRelocatable<T>) {
-    // The copies are made first, so they may come from the array itself and may raise.
-    TArray inserted(items, count);
-    if (IsShared() || !FItems || length > Header()->Allocated) Rebuild(length, before);
+  const bool isOwn = IsOwn();
+  const bool hasRoom = isOwn && length <= Header()->Allocated;
+  if constexpr (IsTriviallyRelocatable<T> && std::is_nothrow_copy_constructible_v<T>) {
+    if (!hasRoom) Rebuild(RoomFor(length), before);
     T* gap = FItems + index;
     __builtin_memmove(static_cast<void*>(gap + count), static_cast<const void*>(gap),
                       static_cast<size_t>(before - index) * sizeof(T));
-    __builtin_memcpy(static_cast<void*>(gap), static_cast<const void*>(inserted.FItems),
-                     static_cast<size_t>(count) * sizeof(T));
-    inserted.Header()->Length = 0;
+    Detail::TConstructed<T> made(gap);
+    CopyItems(made, items, count);
+    made.Keep();
+    Header()->Length = length;
+  } else if (hasRoom && index == before) {
+    Detail::TConstructed<T> made(end());
+    CopyItems(made, items, count);
+    made.Keep();
     Header()->Length = length;
   } else {
-    T* fresh = Allocate(length);
+    T* fresh = Allocate(RoomFor(length));
     TStorageGuard storage{fresh};
     Detail::TConstructed<T> made(fresh + index);
     CopyItems(made, items, count);
     Detail::TConstructed<T> front(fresh);
-    if (!IsShared() && std::is_nothrow_move_constructible_v<T>) {
-      for (int32_t i = 0; i < index; ++i) front.Add(std::move(FItems[i]));
-      for (int32_t i = index; i < before; ++i) made.Add(std::move(FItems[i]));
-    } else {
-      CopyItems(front, FItems, index);
-      CopyItems(made, FItems + index, before - index);
-    }
+    TakeItems(front, FItems, index, isOwn);
+    TakeItems(made, FItems + index, before - index, isOwn);
     front.Keep();
     made.Keep();
     storage.Release();
@@ -371,37 +398,41 @@ void TArray<T>::Insert(int32_t index, const T* items, int32_t count) {
 }
 
 template <class T>
-void TArray<T>::Delete(int32_t index, int32_t count) {
-  const int32_t before = Length();
-  if (index < 0 || count < 0 || count > before - index) RaiseRangeError();
-  if (count == 0) return;
-  if (count == before) return SetLength(0);
-  if (IsShared()) Rebuild(before, before);
+void TArray<T>::CloseGap(int32_t index, int32_t count, int32_t last) {
+  if (index < 0 || count < 0 || last > Length() || count > last - index) RaiseRangeError();
+  if (count == 0 || index + count == last) return;
+  if (IsShared()) Rebuild(Length(), Length());
   T* gap = FItems + index;
-  T* end = FItems + before;
+  T* const end = FItems + last - count;
+  const size_t bytesBehind = static_cast<size_t>(end - gap) * sizeof(T);
   if constexpr (std::is_trivially_copyable_v<T>) {
-    __builtin_memmove(static_cast<void*>(gap), static_cast<const void*>(gap + count),
-                      static_cast<size_t>(end - gap - count) * sizeof(T));
-    Header()->Length = before - count;
+    __builtin_memmove(static_cast<void*>(gap), gap + count, bytesBehind);
+  } else if (count > 1) {
+    for (; gap != end; ++gap) std::swap(*gap, gap[count]);
+  } else if constexpr (IsTriviallyRelocatable<T>) {
+    alignas(T) unsigned char deleted[sizeof(T)];
+    __builtin_memcpy(deleted, static_cast<const void*>(gap), sizeof(T));
+    __builtin_memmove(static_cast<void*>(gap), static_cast<const void*>(gap + 1), bytesBehind);
+    __builtin_memcpy(static_cast<void*>(end), deleted, sizeof(T));
   } else {
-    // An element's end may come back to this array: the elements leave first and end last.
-    TArray removed;
-    removed.FItems = Allocate(count);
-    if constexpr (IsTriviallyRelocatable<T>) {
-      __builtin_memcpy(static_cast<void*>(removed.FItems), static_cast<const void*>(gap),
-                       static_cast<size_t>(count) * sizeof(T));
-      __builtin_memmove(static_cast<void*>(gap), static_cast<const void*>(gap + count),
-                        static_cast<size_t>(end - gap - count) * sizeof(T));
-      removed.Header()->Length = count;
-    } else {
-      Detail::TConstructed<T> taken(removed.FItems);
-      for (int32_t i = 0; i < count; ++i) taken.Add(std::move(gap[i]));
-      taken.Keep();
-      removed.Header()->Length = count;
-      for (T* item = gap; item + count != end; ++item) *item = std::move(item[count]);
-      for (T* item = end - count; item != end; ++item) item->~T();
-    }
-    Header()->Length = before - count;
+    T deleted(std::move(*gap));
+    for (; gap != end; ++gap) *gap = std::move(gap[1]);
+    *end = std::move(deleted);
+  }
+}
+
+template <class T>
+void TArray<T>::Cut(int32_t length) {
+  const int32_t before = Length();
+  if (length < 0 || length > before) RaiseRangeError();
+  if (length == before) return;
+  if (length == 0) return Drop(std::exchange(FItems, nullptr));
+  if (IsShared()) return Rebuild(length, length);
+  Header()->Length = length;
+  if constexpr (!std::is_trivially_destructible_v<T>) {
+    // The end of an item may come back to this array, which then takes storage of its own.
+    const TArray held = *this;
+    for (int32_t i = length; i < before; ++i) held.FItems[i].~T();
   }
 }
 

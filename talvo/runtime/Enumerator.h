@@ -51,13 +51,26 @@ class TEnumeratorIterator {
   using difference_type = std::ptrdiff_t;
 
   TEnumeratorIterator() = default;
-  explicit TEnumeratorIterator(TRef<E> enumerator) : FEnumerator(std::move(enumerator)) { ++*this; }
+  explicit TEnumeratorIterator(TRef<E> enumerator) : FEnumerator(std::move(enumerator)) {
+    Assert(static_cast<bool>(FEnumerator));
+    ++*this;
+  }
   const T& operator*() const { return FEnumerator->Current(); }
+  const T* operator->() const { return &**this; }
   TEnumeratorIterator& operator++() {
     if (!FEnumerator->MoveNext()) FEnumerator = nullptr;
     return *this;
   }
-  void operator++(int) { ++*this; }
+  /// What `*i++` reads: the item before the step.
+  struct TStepped {
+    T Item;
+    const T& operator*() const { return Item; }
+  };
+  TStepped operator++(int) {
+    TStepped before{**this};
+    ++*this;
+    return before;
+  }
   friend bool operator==(const TEnumeratorIterator& left, const TEnumeratorIterator& right) {
     return left.FEnumerator == right.FEnumerator;
   }

@@ -18,6 +18,8 @@ namespace Talvo {
 
 template <class S>
 class IFunction;
+template <class S>
+class TFunction;
 
 /// Code that can be held by reference.
 template <class R, class... A>
@@ -28,9 +30,16 @@ class IFunction<R(A...)> : public virtual IInterface {
 
 namespace Detail {
 
+/// What can be called and may be empty: a function pointer or a TFunction.
+template <class F>
+inline constexpr bool IsFunctionHandle = std::is_pointer_v<F>;
+template <class S>
+inline constexpr bool IsFunctionHandle<TFunction<S>> = true;
+
 /// Procedures take only what returns nothing, so that no result is lost by mistake.
 template <class F, class R, class... A>
-concept CallableAs = (std::is_void_v<R> ? std::is_void_v<std::invoke_result_t<F&, A...>>
+concept CallableAs = !std::is_member_pointer_v<F> &&
+                     (std::is_void_v<R> ? std::is_void_v<std::invoke_result_t<F&, A...>>
                                         : std::is_invocable_r_v<R, F&, A...>);
 
 template <class F, class R, class... A>
@@ -61,9 +70,6 @@ requires(sizeof...(Rest) > 0) struct TSignature<TTypeList<Done...>, Next, Rest..
 
 }  // namespace Detail
 
-template <class S>
-class TFunction;
-
 /// The handle to a function object. Copies share it; equality is identity.
 template <class R, class... A>
 class TFunction<R(A...)> {
@@ -76,12 +82,12 @@ class TFunction<R(A...)> {
   template <class I>
   requires std::is_base_of_v<TTarget, I> TFunction(const TRef<I>& function)
   noexcept : FFunction(function) {}
-  /// Wraps a callable; a null function pointer gives an empty handle.
+  /// Wraps a callable; a null function pointer or an empty handle gives an empty handle.
   template <class F>
   requires(!std::is_base_of_v<TFunction, std::decay_t<F>> && !IsReference<std::decay_t<F>> &&
            std::is_invocable_v<std::decay_t<F>&, A...> &&
            Detail::CallableAs<std::decay_t<F>, R, A...>) TFunction(F&& code) {
-    if constexpr (std::is_pointer_v<std::decay_t<F>>) {
+    if constexpr (Detail::IsFunctionHandle<std::decay_t<F>>) {
       if (!code) return;
     }
     FFunction = Create<Detail::TCallable<std::decay_t<F>, R, A...>>(static_cast<F&&>(code));
@@ -132,10 +138,10 @@ class TFunctionRef<R(A...)> {
   requires(!std::is_same_v<std::remove_cvref_t<F>, TFunctionRef> &&
            std::is_invocable_r_v<R, F&, A...>) TFunctionRef(F&& code)
   noexcept
-      : FCode(const_cast<void*>(static_cast<const volatile void*>(std::addressof(code)))),
+      : FCode(const_cast<void*>(reinterpret_cast<const volatile void*>(std::addressof(code)))),
         FCall([](void* callee, A... arguments) -> R {
-          return static_cast<R>(
-              (*static_cast<std::remove_reference_t<F>*>(callee))(static_cast<A&&>(arguments)...));
+          return static_cast<R>((*reinterpret_cast<std::remove_reference_t<F>*>(callee))(
+              static_cast<A&&>(arguments)...));
         }) {}
   R operator()(A... arguments) const { return FCall(FCode, static_cast<A&&>(arguments)...); }
   explicit operator bool() const noexcept { return FCall != nullptr; }

@@ -33,20 +33,19 @@ __attribute__((init_priority(101))) const THashSeed HashSeed = MakeHashSeed();
 
 uint64_t HashLongBytes(const unsigned char* bytes, size_t size) {
   const uint64_t* seed = HashSeed.Words;
-  uint64_t lanes[4] = {seed[1], seed[3], seed[5], seed[7]};
-  // The last 1 to 64 bytes are left to FoldBlocks, which reads the last 64 of the whole.
-  const unsigned char* lastBlocks = bytes + size - ShortKeyBytes;
-  for (const unsigned char* at = bytes; at < lastBlocks; at += ShortKeyBytes) {
-    for (int lane = 0; lane < 4; ++lane) {
+  uint64_t lanes[3] = {seed[1], seed[3], seed[5]};
+  // The last 1 to 48 bytes are left to FoldBlocks, which reads the last 48 of the whole.
+  const unsigned char* last = bytes + size - ShortKeyBytes;
+  for (const unsigned char* at = bytes; at < last; at += ShortKeyBytes) {
+    for (int lane = 0; lane < 3; ++lane) {
       const unsigned char* block = at + 16 * lane;
       lanes[lane] = FoldedProduct(LoadUnaligned<uint64_t>(block) ^ seed[2 * lane],
                                   LoadUnaligned<uint64_t>(block + 8) ^ lanes[lane]);
     }
   }
-  const uint64_t sum = FoldedProduct(lanes[0] ^ seed[0], lanes[1] ^ seed[2]) +
-                       FoldedProduct(lanes[2] ^ seed[4], lanes[3] ^ seed[6]) +
-                       FoldBlocks(lastBlocks, ShortKeyBytes);
-  return FoldedProduct(sum ^ seed[8], size ^ seed[9]);
+  const uint64_t sum = FoldedProduct(lanes[0] ^ seed[6], lanes[1] ^ lanes[2]) +
+                       FoldBlocks(last, ShortKeyBytes);
+  return FoldedProduct(sum ^ seed[6], size ^ seed[7]);
 }
 
 bool EqualOtherBytes(const void* left, const void* right, size_t size) noexcept {

@@ -26,7 +26,7 @@ namespace Detail {
 
 /// Random words, different in every process; set before static objects of other files are made.
 struct THashSeed {
-  uint64_t Words[10];
+  uint64_t Words[8];
 };
 TALVO_API extern const THashSeed HashSeed;
 
@@ -44,28 +44,23 @@ inline N LoadUnaligned(const unsigned char* bytes) {
   return number;
 }
 
-inline constexpr size_t ShortKeyBytes = 64;
+inline constexpr size_t ShortKeyBytes = 48;
 TALVO_API uint64_t HashLongBytes(const unsigned char* bytes, size_t size);
 
-/// Where the four blocks of 16 bytes start that cover 16 to 64 bytes, overlapping where there
-/// are fewer. No branch depends on the size: lengths of keys are hard to predict.
-struct TShortKeyBlocks {
-  explicit TShortKeyBlocks(size_t size)
-      : Second(size < 32 ? size - 16 : 16), Third(size < 32 ? 0 : size - 32), Fourth(size - 16) {}
-  size_t Second, Third, Fourth;
-};
+/// 16 to 48 bytes are read as three blocks of 16: the first, the last, and the one that starts
+/// here. They overlap where they must, so that no branch depends on the length of a key.
+inline size_t MiddleBlock(size_t size) { return size < 32 ? size - 16 : 16; }
 
 inline uint64_t FoldBlock(const unsigned char* bytes, const uint64_t* seed) {
   return FoldedProduct(LoadUnaligned<uint64_t>(bytes) ^ seed[0],
                        LoadUnaligned<uint64_t>(bytes + 8) ^ seed[1]);
 }
 
-/// The sum over 16 to 64 bytes.
+/// The sum over 16 to 48 bytes.
 inline uint64_t FoldBlocks(const unsigned char* bytes, size_t size) {
-  const TShortKeyBlocks at(size);
   const uint64_t* seed = HashSeed.Words;
-  return FoldBlock(bytes, seed) + FoldBlock(bytes + at.Second, seed + 2) +
-         FoldBlock(bytes + at.Third, seed + 4) + FoldBlock(bytes + at.Fourth, seed + 6);
+  return FoldBlock(bytes, seed) + FoldBlock(bytes + MiddleBlock(size), seed + 2) +
+         FoldBlock(bytes + size - 16, seed + 4);
 }
 
 }  // namespace Detail
@@ -76,7 +71,7 @@ inline uint64_t HashInteger(uint64_t bits) {
   return Detail::FoldedProduct(bits ^ Detail::HashSeed.Words[0], bits ^ Detail::HashSeed.Words[1]);
 }
 
-/// A hash of `size` bytes of which every bit is usable. Some 3 ns up to 64 bytes.
+/// A hash of `size` bytes of which every bit is usable. Some 3 ns up to 48 bytes.
 inline uint64_t HashBytes(const void* data, size_t size) {
   using namespace Detail;
   const auto* bytes = static_cast<const unsigned char*>(data);
@@ -100,7 +95,7 @@ inline uint64_t HashBytes(const void* data, size_t size) {
     }
     sum = FoldedProduct(first ^ seed[0], last ^ seed[1]);
   }
-  return FoldedProduct(sum ^ seed[8], size ^ seed[9]);
+  return FoldedProduct(sum ^ seed[6], size ^ seed[7]);
 }
 
 namespace Detail {
@@ -167,7 +162,7 @@ namespace Detail {
 
 TALVO_API bool EqualOtherBytes(const void* left, const void* right, size_t size) noexcept;
 
-/// Whether `size` bytes are equal. Those of 16 to 64 are compared without a branch.
+/// Whether `size` bytes are equal. Those of 16 to 48 are compared without a branch.
 TALVO_INLINE bool EqualBytes(const void* left, const void* right, size_t size) noexcept {
   if (size < 16 || size > ShortKeyBytes) return EqualOtherBytes(left, right, size);
   using TBlock = uint64_t __attribute__((vector_size(16)));
@@ -175,9 +170,7 @@ TALVO_INLINE bool EqualBytes(const void* left, const void* right, size_t size) n
     return LoadUnaligned<TBlock>(static_cast<const unsigned char*>(left) + at) ^
            LoadUnaligned<TBlock>(static_cast<const unsigned char*>(right) + at);
   };
-  const TShortKeyBlocks at(size);
-  const TBlock all =
-      difference(0) | difference(at.Second) | difference(at.Third) | difference(at.Fourth);
+  const TBlock all = difference(0) | difference(MiddleBlock(size)) | difference(size - 16);
   return (all[0] | all[1]) == 0;
 }
 

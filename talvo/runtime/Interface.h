@@ -78,11 +78,17 @@ class IInterface {
   virtual int32_t Release() = 0;
 };
 
+/// Whether a type is an interface: not a class that has some.
+template <class I>
+inline constexpr bool IsInterface = false;
+template <class I>
+requires std::is_same_v<typename I::TInterfaceSelf, I>
+inline constexpr bool IsInterface<I> = true;
+
 /// The identifier of interface `I`: the stated one, else a hash of its type's name.
 template <class I>
 const TGuid& InterfaceIdOf() noexcept {
-  static_assert(std::is_same_v<typename I::TInterfaceSelf, I>,
-                "Put TALVO_INTERFACE(Name, bases...) into the interface.");
+  static_assert(IsInterface<I>, "Put TALVO_INTERFACE(Name, bases...) into the interface.");
   if constexpr (requires {
                   requires std::is_same_v<decltype(I::StatedId), const Detail::TStatedId<I>>;
                 }) {

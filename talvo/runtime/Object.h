@@ -15,6 +15,13 @@
 
 namespace Talvo {
 
+class TInterfacedObject;
+
+namespace Detail {
+/// From here on no weak reference leads to `target`.
+TALVO_API void ForgetWeakTarget(TInterfacedObject* target) noexcept;
+}  // namespace Detail
+
 /// The root class. Objects are made by Create and end by the last release or by Free; plain new
 /// and delete are hidden.
 class TALVO_API TObject {
@@ -61,6 +68,12 @@ class TALVO_API TBasicObject : public TObject {
 /// An object that lives as long as references to it do. Counting is safe on any thread.
 class TALVO_API TInterfacedObject : public TObject, public virtual IInterface {
  public:
+  ~TInterfacedObject() override {
+    // The object ends without a last release, or was weakly referred to while it ended.
+    if (FRefs & WeakFlag) [[unlikely]]
+      Detail::ForgetWeakTarget(this);
+  }
+
   uint32_t QueryInterface(const TGuid& id, void** out) override;
   int32_t AddRef() final {
     return static_cast<int32_t>((__atomic_fetch_add(&FRefs, 1, __ATOMIC_RELAXED) + 1) & CountMask);
@@ -85,9 +98,10 @@ class TALVO_API TInterfacedObject : public TObject, public virtual IInterface {
 
  private:
   friend struct Detail::TWeakAccess;
-  static constexpr uint32_t WeakFlag = 0x8000'0000;  // a weak reference to this object was made
-  static constexpr uint32_t EndingBias =
-      0x4000'0000;  // keeps references taken while it ends harmless
+  // Set when a weak reference to this object was made.
+  static constexpr uint32_t WeakFlag = 0x8000'0000;
+  // Added when it ends: references taken and dropped from there on do no harm.
+  static constexpr uint32_t EndingBias = 0x4000'0000;
   static constexpr uint32_t CountMask = ~WeakFlag;
 
   void End() noexcept;
@@ -143,9 +157,8 @@ class TOwn {
   ~TOwn() { Free(FPtr); }
 
   TOwn& operator=(TOwn&& other) noexcept {
-    T* taken = other.Detach();
-    Free(FPtr);
-    FPtr = taken;
+    // The old object's end may come back to this owner: it finds the new one.
+    Free(std::exchange(FPtr, other.Detach()));
     return *this;
   }
 
@@ -154,11 +167,7 @@ class TOwn {
   T& operator*() const noexcept { return *FPtr; }
   explicit operator bool() const noexcept { return FPtr != nullptr; }
   /// Gives the object away; whoever takes it frees it.
-  T* Detach() noexcept {
-    T* given = FPtr;
-    FPtr = nullptr;
-    return given;
-  }
+  T* Detach() noexcept { return std::exchange(FPtr, nullptr); }
 
  private:
   T* FPtr = nullptr;

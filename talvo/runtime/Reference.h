@@ -78,6 +78,12 @@ class TRef {
   }
   { return (*static_cast<const I*>(FPtr))[index]; }
 
+  /// Iteration over what the reference leads to: a list, a dictionary, an enumerable or its host.
+  auto begin() const requires requires(I& target) { target.begin(); }
+  { return FPtr->begin(); }
+  auto end() const requires requires(I& target) { target.end(); }
+  { return FPtr->end(); }
+
   /// For dictionaries keyed by reference: equal references hash alike.
   uint64_t HashValue() const noexcept { return reinterpret_cast<uintptr_t>(FPtr); }
 
@@ -102,18 +108,6 @@ requires(!std::is_same_v<I, J>) bool operator==(const TRef<I>& left,
     return static_cast<IInterface*>(left.Get()) == static_cast<IInterface*>(right.Get());
   }
 }
-
-/// Iteration over what a reference leads to: a list, a dictionary, an enumerable or its host.
-template <class I>
-auto begin(const TRef<I>& range) requires requires(I& target) {
-  target.begin();
-}
-{ return range->begin(); }
-template <class I>
-auto end(const TRef<I>& range) requires requires(I& target) {
-  target.end();
-}
-{ return range->end(); }
 
 template <class T>
 inline constexpr bool IsReference = false;

@@ -33,17 +33,19 @@ TValue::~TValue() {
 }
 
 TValue& TValue::operator=(TValue other) noexcept {
-  this->~TValue();
-  return *::new (this) TValue(static_cast<TValue&&>(other));
+  // The old value ends last: its end may come back to this one.
+  const TValue old(static_cast<TValue&&>(*this));
+  ::new (this) TValue(static_cast<TValue&&>(other));
+  return *this;
 }
 
 void* TValue::Allocate(const Detail::TValueOperations& operations) {
   if (operations.IsInline) return FInline;
-  return FHeap = ::operator new(operations.Size);
+  return FHeap = Detail::AllocateInstance(operations.Size, operations.Alignment);
 }
 
 void TValue::Deallocate(const Detail::TValueOperations& operations) noexcept {
-  if (!operations.IsInline) ::operator delete(FHeap);
+  if (!operations.IsInline) Detail::FreeInstance(FHeap, operations.Size, operations.Alignment);
 }
 
 }  // namespace Talvo

@@ -28,6 +28,7 @@ struct TValueOperations {
   IInterface* (*Interface)(const void* value);
   TObject* (*Object)(const void* value);
   size_t Size;
+  size_t Alignment;
   bool IsInline;
 };
 
@@ -83,6 +84,7 @@ struct TValueOperationsOf {
       &InterfaceOf,
       &ObjectBehind,
       sizeof(T),
+      alignof(T),
       IsInline};
 };
 
@@ -115,8 +117,8 @@ bool NumberFits(const TNumber& number, N& value) {
 
 }  // namespace Detail
 
-/// A tagged value. Copying copies the value held (for a reference: adds one). Small values stand
-/// inside, larger ones on the heap.
+/// A tagged value, never one of another. Copying copies the value held (for a reference: adds one).
+/// Small values stand inside, larger ones on the heap.
 class TALVO_API TValue {
  public:
   TValue() noexcept = default;
@@ -127,6 +129,7 @@ class TALVO_API TValue {
 
   template <class T>
   static TValue From(T value) {
+    if constexpr (std::is_same_v<T, TValue>) return value;
     TValue made;
     const auto& operations = Detail::TValueOperationsOf<T>::Table;
     void* place = made.Allocate(operations);
@@ -159,12 +162,16 @@ class TALVO_API TValue {
     return IsType<T>() ? static_cast<const T*>(Data()) : nullptr;
   }
 
-  /// The value as a T: exactly that type; a number that T can hold (never from floating point to
-  /// integer); an interface that the object has; an object of that class. False leaves `value`
-  /// at its default.
+  /// The value as a T: exactly that type (a TValue is itself); a number that T can hold (never from
+  /// floating point to integer); an interface that the object has; an object of that class. False
+  /// leaves `value` at its default.
   template <class T>
   bool TryAsType(T& value) const {
     value = T{};
+    if constexpr (std::is_same_v<T, TValue>) {
+      value = *this;
+      return true;
+    }
     if (const T* held = Peek<T>()) {
       value = *held;
       return true;
@@ -183,7 +190,7 @@ class TALVO_API TValue {
     } else if constexpr (std::is_arithmetic_v<T>) {
       return Detail::NumberFits(FOperations->Number(Data()), value);
     } else if constexpr (IsReference<T>) {
-      if constexpr (requires { typename T::TTarget::TInterfaceSelf; }) {
+      if constexpr (IsInterface<typename T::TTarget>) {
         value = Supports<typename T::TTarget>(FOperations->Interface(Data()));
         if (!value) value = Supports<typename T::TTarget>(FOperations->Object(Data()));
       } else {

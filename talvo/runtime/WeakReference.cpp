@@ -32,6 +32,9 @@ struct TWeakAccess {
   static void Flag(TInterfacedObject* target) {
     __atomic_fetch_or(&target->FRefs, TInterfacedObject::WeakFlag, __ATOMIC_ACQ_REL);
   }
+  static void Unflag(TInterfacedObject* target) {
+    __atomic_fetch_and(&target->FRefs, ~TInterfacedObject::WeakFlag, __ATOMIC_ACQ_REL);
+  }
   static bool TryAddRef(TInterfacedObject* target) {
     uint32_t seen = __atomic_load_n(&target->FRefs, __ATOMIC_RELAXED);
     do {
@@ -76,6 +79,7 @@ bool LockWeakBlock(TWeakBlock* block) noexcept {
 void ForgetWeakTarget(TInterfacedObject* target) noexcept {
   TShard& shard = ShardOf(target);
   const std::lock_guard<std::mutex> guard(shard.Mutex);
+  TWeakAccess::Unflag(target);
   const auto entry = shard.Blocks.find(target);
   if (entry == shard.Blocks.end()) return;
   if (entry->second) entry->second->Target = nullptr;

@@ -15,7 +15,6 @@ TALVO_API void AddWeakBlock(TWeakBlock* block) noexcept;
 TALVO_API void ReleaseWeakBlock(TWeakBlock* block) noexcept;
 /// Adds a reference to the target unless its last one has gone.
 TALVO_API bool LockWeakBlock(TWeakBlock* block) noexcept;
-void ForgetWeakTarget(TInterfacedObject* target) noexcept;
 
 }  // namespace Detail
 

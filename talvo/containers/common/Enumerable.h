@@ -122,11 +122,15 @@ class TEnumeratorSizeWrapper final : public TBasicSizeEnumerator<T> {
     FEnumerator = {};
     FEnumerator = FOnGetEnumerator();
   }
-  bool MoveNext() override { return FEnumerator->MoveNext(); }
-  const T& GenericGetCurrent() override { return FEnumerator->Current(); }
+  bool MoveNext() override { return Nested().MoveNext(); }
+  const T& GenericGetCurrent() override { return Nested().Current(); }
   int32_t GetSize() override { return FOnGetSize(); }
 
  private:
+  TEnumerator<T>& Nested() {
+    Assert(static_cast<bool>(FEnumerator));
+    return *FEnumerator;
+  }
   TFunc<TOwn<TEnumerator<T>>> FOnGetEnumerator;
   TFunc<int32_t> FOnGetSize;
   TOwn<TEnumerator<T>> FEnumerator;
@@ -147,6 +151,7 @@ class Collection {
           : TArrayEnumerator(&array[0], array.Length()) {}
       TArrayEnumerator(const T* items, int32_t count) : FArray(items), FCount(count) {
         if (count < 0) RaiseRangeError();
+        Assert(items != nullptr || count == 0);
       }
       void Reset() override { FIndex = -1; }
       bool MoveNext() override {

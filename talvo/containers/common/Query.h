@@ -14,56 +14,58 @@
 #include <talvo/runtime/Comparer.h>
 
 namespace Talvo {
+namespace Detail {
+
+/// Compares two items; null stands for the equality of the source.
+template <class F, class T>
+concept EqualityTestOf =
+    std::is_null_pointer_v<std::remove_cvref_t<F>> || std::predicate<F&, const T&, const T&>;
+/// Makes a whole number of an item.
+template <class F, class T>
+concept NumberOf = std::is_invocable_r_v<int32_t, F&, const T&> &&
+    !std::is_floating_point_v<std::remove_cvref_t<std::invoke_result_t<F&, const T&>>>;
+/// Takes an item, or a position and an item.
+template <class A, class T>
+concept VisitorOf = ActionOn<A, T> || std::invocable<A&, int32_t, const T&>;
+
+}  // namespace Detail
 
 /// Verbs that look at a sequence of T. Descendants give the three operations at the end.
 template <class T>
 class IQuery : public virtual IInterface {
   TALVO_INTERFACE(IQuery, IInterface);
 
-  /// Whether the items equal those of `other`, one by one and in number. Items are compared by the
-  /// source's equality, its item on the left. An empty TArray raises ERangeError.
-  template <class S>
-  requires(Detail::SourceOf<const S&, T> &&
-           !Detail::EnumeratorObjectOf<S, T>) bool Equals(const S& other) const;
-  /// As above, with a test of its own; an empty test handle means the source's equality.
-  template <class S, class F>
-  requires(Detail::SourceOf<const S&, T> && !Detail::EnumeratorObjectOf<S, T> &&
-           std::predicate<F&, const T&, const T&>) bool Equals(const S& other, F&& test) const;
+  /// Whether the items equal those of `other`, one by one and in number. Items are compared by
+  /// `test`, or without one by the source's equality; the source's item stands on the left. An
+  /// empty TArray raises ERangeError.
+  template <Detail::BorrowedSourceOf<T> S, Detail::EqualityTestOf<T> F = std::nullptr_t>
+  bool Equals(const S& other, F&& test = nullptr) const;
   bool Equals(std::initializer_list<T> other) const;
   /// Against an enumerator object: it is freed when the source was walked to its end, and stays
   /// with the caller when the answer was an early false.
-  template <class E>
-  requires std::is_convertible_v < E*, TEnumerator<T>
-  * > bool Equals(TOwn<E>& other) const;
-  template <class E, class F>
-  requires(std::is_convertible_v<E*, TEnumerator<T>*>&&
-               std::predicate<F&, const T&, const T&>) bool Equals(TOwn<E>& other, F&& test) const;
+  template <std::derived_from<TEnumerator<T>> E, Detail::EqualityTestOf<T> F = std::nullptr_t>
+  bool Equals(TOwn<E>& other, F&& test = nullptr) const;
 
   /// Whether any item of `other` is contained here.
-  template <class S>
-  requires(Detail::LeadsTo<S, ISizeEnumerable<T>> ||
-           Detail::LeadsTo<S, IEnumerable<T>>) bool Intersects(const S& other) const;
+  template <Detail::EnumerableOf<T> S>
+  bool Intersects(const S& other) const;
 
   /// Whether an item equals `value`, or satisfies the predicate.
-  template <class X>
-  requires(Detail::ValueArgument<const X&, T> ||
-           Detail::PredicateArgument<const X&, T>) bool Contains(const X& valueOrPredicate) const;
+  template <Detail::Sought<T> X>
+  bool Contains(X&& valueOrPredicate) const;
   /// The number of items that equal `value`, or satisfy the predicate.
-  template <class X>
-  requires(Detail::ValueArgument<const X&, T> || Detail::PredicateArgument<const X&, T>) int32_t
-      CountOf(const X& valueOrPredicate)
-  const;
-  /// The sum of a number from each item; EIntOverflow when it does not fit.
-  template <class F>
-  requires std::is_invocable_r_v<int32_t, F&, const T&> int32_t Sum(F&& number)
-  const;
+  template <Detail::Sought<T> X>
+  int32_t CountOf(X&& valueOrPredicate) const;
+  /// The sum of a whole number from each item; EIntOverflow when it does not fit on the way.
+  template <Detail::NumberOf<T> F>
+  int32_t Sum(F&& number) const;
 
   /// The first item that satisfies the predicate; false and the default value without one.
   template <PredicateOf<T> F>
   bool IfFind(F&& predicate, T& item) const;
   /// Calls `action` with that item, if there is one.
-  template <PredicateOf<T> F, ActionOn<T> A>
-  requires(!std::is_same_v<std::remove_cvref_t<A>, T>) bool IfFind(F&& predicate, A&& action) const;
+  template <PredicateOf<T> F, Detail::ActionArgument<T> A>
+  bool IfFind(F&& predicate, A&& action) const;
 
   bool IsEmpty() const;
   /// The first item, or the default value of T.
@@ -72,15 +74,11 @@ class IQuery : public virtual IInterface {
 
   /// The position of the first item that equals `value` or satisfies the predicate; -1 and false
   /// without one.
-  template <class X>
-  requires(Detail::ValueArgument<const X&, T> ||
-           Detail::PredicateArgument<const X&, T>) bool IndexOf(const X& valueOrPredicate,
-                                                                int32_t& index) const;
+  template <Detail::Sought<T> X>
+  bool IndexOf(X&& valueOrPredicate, int32_t& index) const;
   /// Calls `action` with that position, if there is one.
-  template <class X, ActionOn<int32_t> A>
-  requires((Detail::ValueArgument<const X&, T> || Detail::PredicateArgument<const X&, T>)&&!std::
-               is_same_v<std::remove_cvref_t<A>, int32_t>) bool IndexOf(const X& valueOrPredicate,
-                                                                        A&& action) const;
+  template <Detail::Sought<T> X, Detail::ActionArgument<int32_t> A>
+  bool IndexOf(X&& valueOrPredicate, A&& action) const;
 
   /// A fresh walk over the source.
   virtual TRef<ISizeEnumerator<T>> NewSourceEnumerator() const = 0;
@@ -94,18 +92,20 @@ class IQuery : public virtual IInterface {
   /// Calls `accept` with the items in turn until it answers true; whether it did.
   template <class F>
   bool Walk(F&& accept) const;
-  bool ItemsEqual(const IComparer<T>* equality, const T& item, const T& value) const {
-    return (equality ? equality->Compare(item, value) : DefaultCompare(item, value)) == 0;
-  }
-  /// `valueOrPredicate` as a predicate on items.
-  template <class X, class Use>
-  auto WithTest(const X& valueOrPredicate, Use&& use) const;
+  /// For each item that `accept` answers true for, calls `use` with a reader of that item, until
+  /// `use` answers true. The reader is safe even if `accept` has changed the source.
+  template <class F, class U>
+  bool Walk(F&& accept, U&& use) const;
+  /// Calls `use` with `valueOrPredicate` as a predicate on items.
+  template <class X, class U>
+  auto WithPredicate(X& valueOrPredicate, U&& use) const;
+  /// Calls `use` with `test`, or with the source's equality in its stead.
+  template <class F, class U>
+  bool WithTest(F& test, U&& use) const;
   template <class Next, class Current, class F>
-  bool EqualsWalk(Next&& otherNext, Current&& otherCurrent, F&& test, bool& sourceEnded) const;
+  bool EqualsWalk(Next&& otherNext, Current&& otherCurrent, F&& test, bool& hasEnded) const;
   template <class F>
-  bool EqualsSource(const Detail::TSource<T>& other, F&& test) const;
-  template <class F>
-  bool EqualsObject(TOwn<TEnumerator<T>>& other, F&& test) const;
+  bool EqualsSource(const Detail::TSource<T>& other, F& test) const;
 };
 
 /// Adds the verbs that make a new collection of type TResult.
@@ -125,6 +125,11 @@ class IBasicContainerQuery : public virtual IQuery<T> {
   virtual void AddToResult(const TRef<TResult>& result, const T& item) const = 0;
   /// The storage of a result that may be filled directly, or null.
   virtual IArrayListState<T>* GetResultState(const TRef<TResult>& result) const = 0;
+
+ private:
+  /// Adds the accepted ones of the items `from` to `to` - 1, if the source is an array.
+  template <class F>
+  bool FillDirectly(const TRef<TResult>& result, int32_t from, int32_t to, F&& accept) const;
 };
 
 /// What a query is made of, for generic code above the library.
@@ -150,15 +155,11 @@ class IContainerQuery : public virtual IBasicContainerQuery<TResult, T> {
   /// As IfFind; the answer is the collection.
   template <PredicateOf<T> F>
   TRef<TCollection> Find(F&& predicate, T& item) const;
-  template <PredicateOf<T> F, ActionOn<T> A>
-  requires(!std::is_same_v<std::remove_cvref_t<A>, T>) TRef<TCollection> Find(F&& predicate,
-                                                                              A&& action)
-  const;
+  template <PredicateOf<T> F, Detail::ActionArgument<T> A>
+  TRef<TCollection> Find(F&& predicate, A&& action) const;
   /// Calls `action` with each item, or with each position (from 0) and item.
-  template <class A>
-  requires(ActionOn<A, T> ||
-           std::invocable<A&, int32_t, const T&>) TRef<TCollection> ForEach(A&& action)
-  const;
+  template <Detail::VisitorOf<T> A>
+  TRef<TCollection> ForEach(A&& action) const;
   /// Calls `action` with the first item, if there is one.
   template <ActionOn<T> A>
   TRef<TCollection> ForFirst(A&& action) const;
@@ -166,9 +167,8 @@ class IContainerQuery : public virtual IBasicContainerQuery<TResult, T> {
   template <PredicateOf<T> F, ActionOn<T> A>
   TRef<TCollection> ForFirst(F&& predicate, A&& action) const;
   /// Calls `action` with the collection.
-  template <class A>
-  requires std::invocable < A&, const TRef<TCollection>
-  & > TRef<TCollection> DoOnce(A&& action) const;
+  template <ActionOn<TRef<TCollection>> A>
+  TRef<TCollection> DoOnce(A&& action) const;
   /// The collection and a maker of enumerators; owned by the query.
   virtual TContainerQueryAccess<TCollection, TResult, T>* Access() = 0;
 

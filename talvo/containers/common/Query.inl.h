@@ -10,40 +10,40 @@ namespace Detail {
 /// Stores `value` behind the `count` items, growing by the common rule when no slot is spare.
 template <class T>
 inline void StoreAtEnd(TArray<T>& items, TCountCell& count, const T& value) {
-  if (items.Length() <= count) [[unlikely]] {
+  const auto index = static_cast<uint32_t>(int32_t{count});
+  if (index < static_cast<uint32_t>(items.Length())) [[likely]] {
+    items.Data()[index] = value;
+  } else {
     T kept = value;  // `value` may stand in the storage that moves
     items.SetLength(CommonIncreaseCapacity(CheckedAdd<int32_t>(count, 1)));
     items[count] = std::move(kept);
-  } else {
-    items[count] = value;
   }
-  count = count + 1;
+  count = static_cast<int32_t>(index + 1);
 }
 
 /// Items for which a copy is as cheap as a test: they are stored first and kept if accepted.
 template <class T>
 inline constexpr bool IsCheapToStore = std::is_trivially_copyable_v<T> && sizeof(T) <= 16;
 
-/// Adds the accepted ones of the first `sourceCount` items to `items`.
+/// Adds the accepted ones of the source's items `from` to `to` - 1 to `items`.
 template <class T, class F>
-void FilterInto(TArray<T>& items, TCountCell& count, const TArray<T>& source, int32_t sourceCount,
-                F& accept) {
-  int32_t i = 0;
-  while (i < sourceCount) {
+void FilterInto(TArray<T>& items, TCountCell& count, const TArray<T>& source, int32_t from,
+                int32_t to, F& accept) {
+  while (from < to) {
     const int32_t room = items.Length() - count;
     if (!IsCheapToStore<T> || room <= 0) {
-      const T& item = source[i];
-      if (accept(item)) StoreAtEnd(items, count, item);
-      ++i;
+      // The item is read anew: the test may have changed the source.
+      if (accept(std::as_const(source[from]))) StoreAtEnd(items, count, source[from]);
+      ++from;
       continue;
     }
     // Every item is written to the next slot and the slot moves on if it was accepted: nothing
     // for the branch predictor to miss.
-    const int32_t end = sourceCount - i > room ? i + room : sourceCount;
+    const int32_t end = to - from > room ? from + room : to;
     T* slot = items.Data() + count;
-    for (; i < end; ++i) {
-      *slot = source[i];
-      slot += accept(*slot) ? 1 : 0;
+    for (; from < end; ++from) {
+      *slot = source[from];
+      slot += accept(std::as_const(*slot)) ? 1 : 0;
     }
     count = static_cast<int32_t>(slot - items.Data());
     if (count < items.Length()) *slot = T{};
@@ -53,30 +53,41 @@ void FilterInto(TArray<T>& items, TCountCell& count, const TArray<T>& source, in
 }  // namespace Detail
 
 template <class T>
-template <class F>
-bool IQuery<T>::Walk(F&& accept) const {
+template <class F, class U>
+bool IQuery<T>::Walk(F&& accept, U&& use) const {
   const TArray<T>* items;
   const TCountCell* count;
   if (GetSourceArray(items, count)) {
     const int32_t end = *count;
     for (int32_t i = 0; i < end; ++i) {
-      if (accept((*items)[i])) return true;
+      if (accept(std::as_const((*items)[i])) && use([&]() -> const T& { return (*items)[i]; })) {
+        return true;
+      }
     }
     return false;
   }
   const TRef<ISizeEnumerator<T>> enumerator = NewSourceEnumerator();
+  Assert(static_cast<bool>(enumerator));
   while (enumerator->MoveNext()) {
-    if (accept(enumerator->Current())) return true;
+    if (accept(enumerator->Current()) && use([&]() -> const T& { return enumerator->Current(); })) {
+      return true;
+    }
   }
   return false;
 }
 
 template <class T>
-template <class X, class Use>
-auto IQuery<T>::WithTest(const X& valueOrPredicate, Use&& use) const {
-  if constexpr (Detail::PredicateArgument<const X&, T>) {
+template <class F>
+bool IQuery<T>::Walk(F&& accept) const {
+  return Walk(accept, [](auto&&) { return true; });
+}
+
+template <class T>
+template <class X, class U>
+auto IQuery<T>::WithPredicate(X& valueOrPredicate, U&& use) const {
+  if constexpr (Detail::PredicateArgument<X&, T>) {
     Detail::AssertCallable(valueOrPredicate);
-    return use([&](const T& item) -> bool { return valueOrPredicate(item); });
+    return use(valueOrPredicate);
   } else {
     const T& value = valueOrPredicate;
     const IComparer<T>* equality = GetEquality();
@@ -88,129 +99,98 @@ auto IQuery<T>::WithTest(const X& valueOrPredicate, Use&& use) const {
 }
 
 template <class T>
+template <class F, class U>
+bool IQuery<T>::WithTest(F& test, U&& use) const {
+  using TTest = std::remove_cvref_t<F>;
+  const auto useOwnEquality = [&] {
+    const IComparer<T>* equality = GetEquality();
+    return use([&](const T& item, const T& value) {
+      return (equality ? equality->Compare(item, value) : DefaultCompare(item, value)) == 0;
+    });
+  };
+  if constexpr (std::is_null_pointer_v<TTest>) {
+    return useOwnEquality();
+  } else if constexpr (Detail::IsFunctionHandle<TTest>) {
+    return test ? use(test) : useOwnEquality();
+  } else {
+    return use(test);
+  }
+}
+
+template <class T>
 template <class Next, class Current, class F>
 bool IQuery<T>::EqualsWalk(Next&& otherNext, Current&& otherCurrent, F&& test,
-                           bool& sourceEnded) const {
-  const bool differ =
-      Walk([&](const T& item) { return !otherNext() || !test(item, otherCurrent()); });
-  sourceEnded = !differ;
-  return !differ && !otherNext();
+                           bool& hasEnded) const {
+  hasEnded = !Walk([](const T&) { return true; },
+                   [&](auto&& item) { return !otherNext() || !test(item(), otherCurrent()); });
+  return hasEnded && !otherNext();
 }
 
 template <class T>
 template <class F>
-bool IQuery<T>::EqualsSource(const Detail::TSource<T>& other, F&& test) const {
-  bool sourceEnded;
-  if (other.IsBuffer()) {
-    int32_t index = -1;
-    return EqualsWalk([&] { return ++index < other.Size(); },
-                      [&]() -> const T& { return other.Items()[index]; }, test, sourceEnded);
-  }
-  IEnumerator<T>* enumerator = other.Enumerator();
-  return EqualsWalk([&] { return enumerator->MoveNext(); },
-                    [&]() -> const T& { return enumerator->Current(); }, test, sourceEnded);
+bool IQuery<T>::EqualsSource(const Detail::TSource<T>& other, F& test) const {
+  return WithTest(test, [&](auto&& isEqual) {
+    bool hasEnded;
+    if (other.IsBuffer()) {
+      int32_t index = -1;
+      return EqualsWalk([&] { return ++index < other.Size(); },
+                        [&]() -> const T& { return other.Items()[index]; }, isEqual, hasEnded);
+    }
+    IEnumerator<T>* enumerator = other.Enumerator();
+    return EqualsWalk([&] { return enumerator->MoveNext(); },
+                      [&]() -> const T& { return enumerator->Current(); }, isEqual, hasEnded);
+  });
 }
 
 template <class T>
-template <class F>
-bool IQuery<T>::EqualsObject(TOwn<TEnumerator<T>>& other, F&& test) const {
-  Assert(static_cast<bool>(other));
-  bool sourceEnded;
-  const bool equal = EqualsWalk([&] { return other->MoveNext(); },
-                                [&]() -> const T& { return other->Current(); }, test, sourceEnded);
-  if (sourceEnded) other = {};
-  return equal;
-}
-
-template <class T>
-template <class S>
-requires(Detail::SourceOf<const S&, T> &&
-         !Detail::EnumeratorObjectOf<S, T>) bool IQuery<T>::Equals(const S& other) const {
-  return Equals(other, TConstFunc<T, T, bool>());
-}
-
-template <class T>
-template <class S, class F>
-requires(Detail::SourceOf<const S&, T> && !Detail::EnumeratorObjectOf<S, T> &&
-         std::predicate<F&, const T&, const T&>) bool IQuery<T>::Equals(const S& other,
-                                                                        F&& test) const {
+template <Detail::BorrowedSourceOf<T> S, Detail::EqualityTestOf<T> F>
+bool IQuery<T>::Equals(const S& other, F&& test) const {
   if constexpr (std::is_same_v<S, TArray<T>>) {
     if (other.IsEmpty()) RaiseRangeError();
   }
-  const Detail::TSource<T> source(other);
-  if constexpr (Detail::IsFunctionHandle<std::remove_cvref_t<F>>) {
-    if (!test) {
-      const IComparer<T>* equality = GetEquality();
-      return EqualsSource(
-          source, [&](const T& item, const T& value) { return ItemsEqual(equality, item, value); });
-    }
-  }
-  return EqualsSource(source, test);
+  return EqualsSource(Detail::TSource<T>(other), test);
 }
 
 template <class T>
 bool IQuery<T>::Equals(std::initializer_list<T> other) const {
-  const IComparer<T>* equality = GetEquality();
-  return EqualsSource(
-      Detail::TSource<T>(other.begin(), Detail::CountOfSize(other.size())),
-      [&](const T& item, const T& value) { return ItemsEqual(equality, item, value); });
+  std::nullptr_t ownEquality = nullptr;
+  return EqualsSource(Detail::TSource<T>(other.begin(), Detail::CountOfSize(other.size())),
+                      ownEquality);
 }
 
 template <class T>
-template <class E>
-requires std::is_convertible_v < E*, TEnumerator<T>
-* > bool IQuery<T>::Equals(TOwn<E>& other) const {
-  return Equals(other, TConstFunc<T, T, bool>());
+template <std::derived_from<TEnumerator<T>> E, Detail::EqualityTestOf<T> F>
+bool IQuery<T>::Equals(TOwn<E>& other, F&& test) const {
+  Assert(static_cast<bool>(other));
+  return WithTest(test, [&](auto&& isEqual) {
+    bool hasEnded;
+    const bool areEqual =
+        EqualsWalk([&] { return other->MoveNext(); },
+                   [&]() -> const T& { return other->Current(); }, isEqual, hasEnded);
+    if (hasEnded) other = {};
+    return areEqual;
+  });
 }
 
 template <class T>
-template <class E, class F>
-requires(std::is_convertible_v<E*, TEnumerator<T>*>&&
-             std::predicate<F&, const T&, const T&>) bool IQuery<T>::Equals(TOwn<E>& other,
-                                                                            F&& test) const {
-  TOwn<TEnumerator<T>> walked(other.Get());
-  struct TGiveBack {
-    TOwn<E>& Owner;
-    TOwn<TEnumerator<T>>& Walked;
-    ~TGiveBack() {
-      if (!Walked) Owner.Detach();
-      Walked.Detach();
-    }
-  } giveBack{other, walked};
-  if constexpr (Detail::IsFunctionHandle<std::remove_cvref_t<F>>) {
-    if (!test) {
-      const IComparer<T>* equality = GetEquality();
-      return EqualsObject(
-          walked, [&](const T& item, const T& value) { return ItemsEqual(equality, item, value); });
-    }
-  }
-  return EqualsObject(walked, test);
-}
-
-template <class T>
-template <class S>
-requires(Detail::LeadsTo<S, ISizeEnumerable<T>> ||
-         Detail::LeadsTo<S, IEnumerable<T>>) bool IQuery<T>::Intersects(const S& other) const {
+template <Detail::EnumerableOf<T> S>
+bool IQuery<T>::Intersects(const S& other) const {
   return Detail::TSource<T>(other).Find([&](const T& item) { return Contains(item); });
 }
 
 template <class T>
-template <class X>
-requires(Detail::ValueArgument<const X&, T> ||
-         Detail::PredicateArgument<const X&, T>) bool IQuery<T>::Contains(const X& valueOrPredicate)
-    const {
-  return WithTest(valueOrPredicate, [&](auto&& test) { return Walk(test); });
+template <Detail::Sought<T> X>
+bool IQuery<T>::Contains(X&& valueOrPredicate) const {
+  return WithPredicate(valueOrPredicate, [&](auto&& accept) { return Walk(accept); });
 }
 
 template <class T>
-template <class X>
-requires(Detail::ValueArgument<const X&, T> || Detail::PredicateArgument<const X&, T>)
-    int32_t IQuery<T>::CountOf(const X& valueOrPredicate)
-const {
-  return WithTest(valueOrPredicate, [&](auto&& test) {
+template <Detail::Sought<T> X>
+int32_t IQuery<T>::CountOf(X&& valueOrPredicate) const {
+  return WithPredicate(valueOrPredicate, [&](auto&& accept) {
     int32_t count = 0;
     Walk([&](const T& item) {
-      if (test(item)) CheckedInc(count);
+      if (accept(item)) CheckedInc(count);
       return false;
     });
     return count;
@@ -218,13 +198,14 @@ const {
 }
 
 template <class T>
-template <class F>
-requires std::is_invocable_r_v<int32_t, F&, const T&> int32_t IQuery<T>::Sum(F&& number)
-const {
+template <Detail::NumberOf<T> F>
+int32_t IQuery<T>::Sum(F&& number) const {
   Detail::AssertCallable(number);
   int32_t sum = 0;
   Walk([&](const T& item) {
-    sum = CheckedAdd(sum, static_cast<int32_t>(number(item)));
+    // The plus sign makes an integer of bool, characters and enumerators.
+    if (__builtin_add_overflow(sum, +number(item), &sum)) [[unlikely]]
+      RaiseIntOverflow();
     return false;
   });
   return sum;
@@ -238,20 +219,21 @@ bool IQuery<T>::IfFind(F&& predicate, T& item) const {
 }
 
 template <class T>
-template <PredicateOf<T> F, ActionOn<T> A>
-requires(!std::is_same_v<std::remove_cvref_t<A>, T>) bool IQuery<T>::IfFind(F&& predicate,
-                                                                            A&& action) const {
+template <PredicateOf<T> F, Detail::ActionArgument<T> A>
+bool IQuery<T>::IfFind(F&& predicate, A&& action) const {
   Detail::AssertCallable(predicate);
   Detail::AssertCallable(action);
-  return Walk([&](const T& item) {
-    if (!predicate(item)) return false;
-    action(item);
+  return Walk(predicate, [&](auto&& item) {
+    action(item());
     return true;
   });
 }
 
 template <class T>
 bool IQuery<T>::IsEmpty() const {
+  const TArray<T>* items;
+  const TCountCell* count;
+  if (GetSourceArray(items, count)) return *count == 0;
   return !Walk([](const T&) { return true; });
 }
 
@@ -264,39 +246,43 @@ T IQuery<T>::First() const {
 
 template <class T>
 bool IQuery<T>::First(T& item) const {
-  item = T{};
-  return Walk([&](const T& first) {
-    item = first;
-    return true;
-  });
+  return IfFind([](const T&) { return true; }, item);
 }
 
 template <class T>
-template <class X>
-requires(Detail::ValueArgument<const X&, T> ||
-         Detail::PredicateArgument<const X&, T>) bool IQuery<T>::IndexOf(const X& valueOrPredicate,
-                                                                         int32_t& index) const {
+template <Detail::Sought<T> X>
+bool IQuery<T>::IndexOf(X&& valueOrPredicate, int32_t& index) const {
   int32_t position = -1;
-  const bool found = WithTest(valueOrPredicate, [&](auto&& test) {
+  const bool isFound = WithPredicate(valueOrPredicate, [&](auto&& accept) {
     return Walk([&](const T& item) {
       CheckedInc(position);
-      return test(item);
+      return accept(item);
     });
   });
-  index = found ? position : -1;
-  return found;
+  index = isFound ? position : -1;
+  return isFound;
 }
 
 template <class T>
-template <class X, ActionOn<int32_t> A>
-requires(
-    (Detail::ValueArgument<const X&, T> || Detail::PredicateArgument<const X&, T>)&&!std::is_same_v<
-        std::remove_cvref_t<A>, int32_t>) bool IQuery<T>::IndexOf(const X& valueOrPredicate,
-                                                                  A&& action) const {
+template <Detail::Sought<T> X, Detail::ActionArgument<int32_t> A>
+bool IQuery<T>::IndexOf(X&& valueOrPredicate, A&& action) const {
   Detail::AssertCallable(action);
   int32_t index;
   if (!IndexOf(valueOrPredicate, index)) return false;
-  action(index);
+  action(std::as_const(index));
+  return true;
+}
+
+template <class TResult, class T>
+template <class F>
+bool IBasicContainerQuery<TResult, T>::FillDirectly(const TRef<TResult>& result, int32_t from,
+                                                    int32_t to, F&& accept) const {
+  IArrayListState<T>* state = GetResultState(result);
+  const TArray<T>* items;
+  const TCountCell* count;
+  if (!state || !this->GetSourceArray(items, count)) return false;
+  Detail::FilterInto(*state->GetArray(), *state->GetSizePtr(), *items, from,
+                     to < *count ? to : int32_t{*count}, accept);
   return true;
 }
 
@@ -305,15 +291,9 @@ template <PredicateOf<T> F>
 TRef<TResult> IBasicContainerQuery<TResult, T>::Filter(F&& predicate) const {
   Detail::AssertCallable(predicate);
   TRef<TResult> result = NewResult();
-  IArrayListState<T>* state = GetResultState(result);
-  const TArray<T>* items;
-  const TCountCell* count;
-  if (state && this->GetSourceArray(items, count)) {
-    Detail::FilterInto(*state->GetArray(), *state->GetSizePtr(), *items, *count, predicate);
-    return result;
-  }
-  this->Walk([&](const T& item) {
-    if (predicate(item)) AddToResult(result, item);
+  if (FillDirectly(result, 0, INT32_MAX, predicate)) return result;
+  this->Walk(predicate, [&](auto&& item) {
+    AddToResult(result, item());
     return false;
   });
   return result;
@@ -322,6 +302,8 @@ TRef<TResult> IBasicContainerQuery<TResult, T>::Filter(F&& predicate) const {
 template <class TResult, class T>
 TRef<TResult> IBasicContainerQuery<TResult, T>::Skip(int32_t count) const {
   TRef<TResult> result = NewResult();
+  const int32_t from = count > 0 ? count : 0;
+  if (FillDirectly(result, from, INT32_MAX, [](const T&) { return true; })) return result;
   this->Walk([&](const T& item) {
     if (count > 0) {
       --count;
@@ -336,6 +318,7 @@ TRef<TResult> IBasicContainerQuery<TResult, T>::Skip(int32_t count) const {
 template <class TResult, class T>
 TRef<TResult> IBasicContainerQuery<TResult, T>::Take(int32_t count) const {
   TRef<TResult> result = NewResult();
+  if (FillDirectly(result, 0, count, [](const T&) { return true; })) return result;
   if (count < 1) return result;
   this->Walk([&](const T& item) {
     AddToResult(result, item);
@@ -352,26 +335,22 @@ TRef<TCollection> IContainerQuery<TCollection, TResult, T>::Find(F&& predicate, 
 }
 
 template <class TCollection, class TResult, class T>
-template <PredicateOf<T> F, ActionOn<T> A>
-requires(!std::is_same_v<std::remove_cvref_t<A>, T>)
-    TRef<TCollection> IContainerQuery<TCollection, TResult, T>::Find(F&& predicate, A&& action)
-const {
+template <PredicateOf<T> F, Detail::ActionArgument<T> A>
+TRef<TCollection> IContainerQuery<TCollection, TResult, T>::Find(F&& predicate, A&& action) const {
   this->IfFind(predicate, action);
   return GetCollection();
 }
 
 template <class TCollection, class TResult, class T>
-template <class A>
-requires(ActionOn<A, T> || std::invocable<A&, int32_t, const T&>)
-    TRef<TCollection> IContainerQuery<TCollection, TResult, T>::ForEach(A&& action)
-const {
+template <Detail::VisitorOf<T> A>
+TRef<TCollection> IContainerQuery<TCollection, TResult, T>::ForEach(A&& action) const {
   Detail::AssertCallable(action);
   [[maybe_unused]] int32_t index = 0;
   this->Walk([&](const T& item) {
     if constexpr (ActionOn<A, T>) {
       action(item);
     } else {
-      action(index, item);
+      action(std::as_const(index), item);
       CheckedInc(index);
     }
     return false;
@@ -394,11 +373,10 @@ TRef<TCollection> IContainerQuery<TCollection, TResult, T>::ForFirst(F&& predica
 }
 
 template <class TCollection, class TResult, class T>
-template <class A>
-requires std::invocable < A&, const TRef<TCollection>
-& > TRef<TCollection> IContainerQuery<TCollection, TResult, T>::DoOnce(A&& action) const {
+template <ActionOn<TRef<TCollection>> A>
+TRef<TCollection> IContainerQuery<TCollection, TResult, T>::DoOnce(A&& action) const {
   Detail::AssertCallable(action);
-  TRef<TCollection> collection = GetCollection();
+  const TRef<TCollection> collection = GetCollection();
   action(collection);
   return collection;
 }

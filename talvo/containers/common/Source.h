@@ -29,10 +29,12 @@ class IArrayListState : public virtual IInterface {
 
 /// Says yes or no to one item.
 template <class F, class T>
-concept PredicateOf = std::predicate<F&, const T&>;
+concept PredicateOf =
+    std::predicate<F&, const T&> && !std::is_member_pointer_v<std::remove_cvref_t<F>>;
 /// Takes one item and returns nothing of use.
 template <class F, class T>
-concept ActionOn = std::invocable<F&, const T&>;
+concept ActionOn =
+    std::invocable<F&, const T&> && !std::is_member_pointer_v<std::remove_cvref_t<F>>;
 
 namespace Detail {
 
@@ -43,8 +45,8 @@ struct TPointee {
 };
 template <class X>
 struct TPointee<X*> {
-  using TType = X;
-  static X* Of(X* source) { return source; }
+  using TType = std::remove_cv_t<X>;
+  static TType* Of(X* source) { return const_cast<TType*>(source); }
 };
 template <class X>
 struct TPointee<TRef<X>> {
@@ -67,17 +69,28 @@ concept SourceOf =
     (LeadsTo<S, IEnumerator<T>> || LeadsTo<S, ISizeEnumerable<T>> || LeadsTo<S, IEnumerable<T>> ||
      EnumeratorObjectOf<S, T> || ContiguousOf<std::remove_cvref_t<S>, T>);
 
+/// A source that can be walked without taking it over.
+template <class S, class T>
+concept BorrowedSourceOf = SourceOf<const S&, T> && !EnumeratorObjectOf<S, T>;
+/// A container, by TRef, reference or pointer.
+template <class S, class T>
+concept EnumerableOf = LeadsTo<S, ISizeEnumerable<T>> || LeadsTo<S, IEnumerable<T>>;
+/// An enumerator, by interface or as an object to be taken over.
+template <class S, class T>
+concept EnumeratorOf = LeadsTo<S, IEnumerator<T>> || EnumeratorObjectOf<S, T>;
+
 template <class X, class T>
 concept PredicateArgument =
     !std::is_same_v<std::remove_cvref_t<X>, T> && !SourceOf<X, T> && PredicateOf<X, T>;
 template <class X, class T>
 concept ValueArgument = std::is_convertible_v<X&&, T> && !PredicateArgument<X, T> &&
                         (std::is_same_v<std::remove_cvref_t<X>, T> || !SourceOf<X, T>);
-
-template <class X>
-inline constexpr bool IsFunctionHandle = std::is_pointer_v<X>;
-template <class S>
-inline constexpr bool IsFunctionHandle<TFunction<S>> = true;
+/// A value to look for, or a predicate to look with.
+template <class X, class T>
+concept Sought = ValueArgument<X, T> || PredicateArgument<X, T>;
+/// An action on items, where an item itself could stand too.
+template <class A, class T>
+concept ActionArgument = ActionOn<A, T> && !std::is_same_v<std::remove_cvref_t<A>, T>;
 
 /// Asserts that a function argument is not an empty handle.
 template <class F>
@@ -109,12 +122,14 @@ class TSource {
       const ISizeEnumerable<T>* enumerable = Target<ISizeEnumerable<T>>(source);
       FOrigin = enumerable;
       TRef<ISizeEnumerator<T>> sized = enumerable->NewSizeEnumerator();
+      Assert(static_cast<bool>(sized));
       FSized = sized.Get();
       FEnumerator = std::move(sized);
     } else if constexpr (LeadsTo<S, IEnumerable<T>>) {
       const IEnumerable<T>* enumerable = Target<IEnumerable<T>>(source);
       FOrigin = enumerable;
       FEnumerator = enumerable->NewEnumerator();
+      Assert(static_cast<bool>(FEnumerator));
     } else if constexpr (EnumeratorObjectOf<S, T>) {
       FEnumerator = Create<TEnumeratorDelegate<T>>(TOwn<TEnumerator<T>>(std::forward<S>(source)));
     } else if constexpr (std::is_same_v<TArgument, TArray<T>>) {
@@ -127,6 +142,12 @@ class TSource {
     }
   }
 
+  /// Takes copies of items at hand that stand in `storage`, which is about to change.
+  void KeepApartFrom(const TArray<T>& storage) {
+    if (!storage.Holds(FItems)) return;
+    FHeld = TArray<T>(FItems, FCount);
+    FItems = FHeld.Data();
+  }
   /// Whether the sequence is that very object.
   bool IsObject(const IInterface* object) const { return FOrigin && FOrigin == object; }
   /// Items at hand, null for an enumerator (and for no items).

@@ -23,8 +23,7 @@ class IArrayList : public TListVerbs<T, IArrayList<T>, IArrayListCore<T>> {
 /// `TList` is the list interface that the class implements.
 template <class T, class TList>
 class TBasicArrayListIntf
-    : public TImplements<TBasicInterfacedObject, TList, IArrayListState<T>, IList,
-                         IEnumerable<T>> {
+    : public TImplements<TBasicInterfacedObject, TList, IArrayListState<T>, IList, IEnumerable<T>> {
  public:
   using TItem = T;
   using TList::begin;
@@ -92,7 +91,9 @@ class TBasicArrayListIntf
     FSize = FSize + 1;
   }
   /// Sets the capacity by the common growth rule, for one item more than there are.
-  void IncreaseCapacity() { FArray.SetLength(CommonIncreaseCapacity(CheckedAdd<int32_t>(FSize, 1))); }
+  void IncreaseCapacity() {
+    FArray.SetLength(CommonIncreaseCapacity(CheckedAdd<int32_t>(FSize, 1)));
+  }
 
  protected:
   TBasicArrayListIntf() = default;
@@ -124,7 +125,12 @@ class TBasicArrayListIntf
   void AssignItems(const T* items, int32_t count);
   void AssignSized(ISizeEnumerator<T>& source);
   void AssignUnsized(IEnumerator<T>& source);
+  // What changes length or order by deletion works on storage of its own.
+  void UnshareItems() { FArray.SetLength(FArray.Length()); }
+  TALVO_COLD bool AddSlowly(const T& value, int32_t count);
+  void FillSlots(const T& value, int32_t to);
   void ResetItems(int32_t from, int32_t to);
+  void DeleteItems(int32_t index, int32_t count);
   void RemoveMarked(TFunctionRef<bool(const T&)> predicate);
   void CloseGaps(const TArray<uint8_t>& isMarked);
 };
@@ -196,57 +202,51 @@ class TListMakers {
   }
   static TRef<TList> MakeSize(int32_t size) { return CreateSize(size); }
   /// The items of an enumerable. Asserts that there is one.
-  template <class S>
-    requires(Detail::LeadsTo<S, IEnumerable<T>> || Detail::LeadsTo<S, ISizeEnumerable<T>>)
+  template <Detail::EnumerableOf<T> S>
   static TRef<TClass> CreateEnumerable(const S& source) {
     return CreateFrom(Detail::TSource<T>(source));
   }
-  template <class S>
-    requires(Detail::LeadsTo<S, IEnumerable<T>> || Detail::LeadsTo<S, ISizeEnumerable<T>>)
+  template <Detail::EnumerableOf<T> S>
   static TRef<TList> MakeEnumerable(const S& source) {
     return CreateEnumerable(source);
   }
   /// The items of an enumerator, by interface or as an object that is taken over.
-  template <class S>
-    requires(Detail::LeadsTo<S, IEnumerator<T>> || Detail::EnumeratorObjectOf<S, T>)
+  template <Detail::EnumeratorOf<T> S>
   static TRef<TClass> CreateEnumerator(S&& source) {
     return CreateFrom(Detail::TSource<T>(std::forward<S>(source)));
   }
-  template <class S>
-    requires(Detail::LeadsTo<S, IEnumerator<T>> || Detail::EnumeratorObjectOf<S, T>)
+  template <Detail::EnumeratorOf<T> S>
   static TRef<TList> MakeEnumerator(S&& source) {
     return CreateEnumerator(std::forward<S>(source));
   }
   /// Copies of the items of an array, vector, span or list in braces.
-  template <class S>
-    requires ContiguousOf<S, T>
+  template <ContiguousOf<T> S>
   static TRef<TClass> CreateArray(const S& items) {
     return CreateFrom(Detail::TSource<T>(items));
   }
   static TRef<TClass> CreateArray(std::initializer_list<T> items) {
     return CreatePointer(items.begin(), Detail::CountOfSize(items.size()));
   }
-  template <class S>
-    requires ContiguousOf<S, T>
+  template <ContiguousOf<T> S>
   static TRef<TList> MakeArray(const S& items) {
     return CreateArray(items);
   }
   static TRef<TList> MakeArray(std::initializer_list<T> items) { return CreateArray(items); }
   /// Copies of `count` items at `items`.
-  static TRef<TClass> CreatePointer(const T* items, int32_t count) {
+  template <Detail::PointerTo<T> P>
+  static TRef<TClass> CreatePointer(P items, int32_t count) {
     return CreateFrom(Detail::TSource<T>(items, count));
   }
-  static TRef<TList> MakePointer(const T* items, int32_t count) {
+  template <Detail::PointerTo<T> P>
+  static TRef<TList> MakePointer(P items, int32_t count) {
     return CreatePointer(items, count);
   }
   /// A copy of another list; it shares nothing with it. Asserts that there is one.
-  template <class S>
-    requires Detail::LeadsTo<S, ISizeEnumerable<T>>
+  template <Detail::LeadsTo<ISizeEnumerable<T>> S>
   static TRef<TClass> CreateCopy(const S& list) {
     return CreateFrom(Detail::TSource<T>(list));
   }
-  template <class S>
-    requires Detail::LeadsTo<S, ISizeEnumerable<T>>
+  template <Detail::LeadsTo<ISizeEnumerable<T>> S>
   static TRef<TList> MakeCopy(const S& list) {
     return CreateCopy(list);
   }

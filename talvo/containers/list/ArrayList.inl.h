@@ -6,6 +6,26 @@
 #include <talvo/containers/list/Sort.h>
 
 namespace Talvo {
+namespace Detail {
+
+/// Whether a plain assignment is done with the slot before the old item ends.
+template <class T>
+inline constexpr bool AssignsSafely =
+    std::is_trivially_destructible_v<T> || IsTriviallyRelocatable<T> || std::is_same_v<T, string>;
+
+/// Puts `value` into a slot. The old item ends last, since its end may come back to the list and
+/// move the slot.
+template <class T>
+void ReplaceItem(T& slot, const T& value) {
+  if constexpr (AssignsSafely<T>) {
+    slot = value;
+  } else {
+    T replaced = value;
+    std::swap(slot, replaced);
+  }
+}
+
+}  // namespace Detail
 
 template <class T, class TList>
 template <class TByArray, class TByFunction, class TResult>
@@ -19,8 +39,7 @@ TRef<ISizeEnumerator<T>> TBasicArrayListIntf<T, TList>::NewSizeEnumerator() cons
   return NewWalk<TBasicSizeArraySizeEnumerator<T>, TBasicListEnumerator<T>, ISizeEnumerator<T>>();
 }
 template <class T, class TList>
-TRef<ISizeEnumerator<TIndexedItem<T>>> TBasicArrayListIntf<T, TList>::GetIndexedEnumerator()
-    const {
+TRef<ISizeEnumerator<TIndexedItem<T>>> TBasicArrayListIntf<T, TList>::GetIndexedEnumerator() const {
   return NewWalk<TBasicListIndexedArraySizeEnumerator<T>, TBasicListIndexedEnumerator<T>,
                  ISizeEnumerator<TIndexedItem<T>>>();
 }
@@ -30,8 +49,8 @@ TRef<ISizeEnumerator<T>> TBasicArrayListIntf<T, TList>::GetReverseEnumerator() c
                  ISizeEnumerator<T>>();
 }
 template <class T, class TList>
-TRef<ISizeEnumerator<TIndexedItem<T>>>
-TBasicArrayListIntf<T, TList>::GetIndexedReverseEnumerator() const {
+TRef<ISizeEnumerator<TIndexedItem<T>>> TBasicArrayListIntf<T, TList>::GetIndexedReverseEnumerator()
+    const {
   return NewWalk<TBasicReverseSizeArrayListIndexedEnumerator<T>,
                  TBasicReverseListIndexedEnumerator<T>, ISizeEnumerator<TIndexedItem<T>>>();
 }
@@ -70,10 +89,27 @@ Detail::TListState<T> TBasicArrayListIntf<T, TList>::GetState() const {
   return {&self->FArray, &self->FSize};
 }
 
-/// Sets the items from `from` to `to` - 1 back to the default value.
+/// Stores `value` from the count on up to `to` - 1 and counts it.
+template <class T, class TList>
+void TBasicArrayListIntf<T, TList>::FillSlots(const T& value, int32_t to) {
+  for (int32_t i = FSize; i < to; ++i) {
+    FArray[i] = value;
+    FSize = i + 1;
+  }
+}
+
+/// Sets the items from `from` to `to` - 1 back to the default value. They end together
+/// afterwards: their end may come back to the list.
 template <class T, class TList>
 void TBasicArrayListIntf<T, TList>::ResetItems(int32_t from, int32_t to) {
-  for (int32_t i = from; i < to; ++i) FArray[i] = T{};
+  if (from >= to) return;
+  if constexpr (std::is_trivially_destructible_v<T>) {
+    for (int32_t i = from; i < to; ++i) FArray[i] = T{};
+  } else {
+    const int32_t present = to < FArray.Length() ? to : FArray.Length();
+    const TArray<T> ended = TArray<T>::OfLength(present > from ? present - from : 0);
+    for (int32_t i = from; i < to; ++i) std::swap(FArray[i], ended[i - from]);
+  }
 }
 
 template <class T, class TList>
@@ -89,26 +125,34 @@ bool TBasicArrayListIntf<T, TList>::DoSetCount(int32_t count) {
 template <class T, class TList>
 bool TBasicArrayListIntf<T, TList>::DoSetItem(int32_t index, const T& value) {
   GetItem(index);
-  FArray[index] = value;
+  Detail::ReplaceItem(FArray[index], value);
   return true;
 }
 
 template <class T, class TList>
 bool TBasicArrayListIntf<T, TList>::DoAdd(const T& value, int32_t count) {
-  if (count == 0) return false;
-  if (count < 0) RaiseRangeError();
-  const int32_t before = FSize;
-  const int32_t size = CheckedAdd(before, count);
-  if (FArray.Length() <= size) [[unlikely]] {
-    const T kept = value;  // `value` may stand in the storage that moves
-    FArray.SetLength(CommonIncreaseCapacity(CheckedAdd(size, 1)));
-    FSize = size;
-    for (int32_t i = before; i < size; ++i) FArray[i] = kept;
+  const auto index = static_cast<uint32_t>(int32_t{FSize});
+  if (count == 1 && uint64_t{index} + 1 < static_cast<uint32_t>(FArray.Length())) [[likely]] {
+    FArray.Data()[index] = value;
+    FSize = static_cast<int32_t>(index + 1);
     return true;
   }
-  FSize = size;
-  FArray[before] = value;
-  for (int32_t i = before + 1; i < size; ++i) FArray[i] = FArray[before];
+  return AddSlowly(value, count);
+}
+
+/// Adds any number of items, and grows.
+template <class T, class TList>
+bool TBasicArrayListIntf<T, TList>::AddSlowly(const T& value, int32_t count) {
+  if (count == 0) return false;
+  if (count < 0) RaiseRangeError();
+  const int32_t size = CheckedAdd<int32_t>(FSize, count);
+  if (FArray.Length() > size) [[likely]] {
+    FillSlots(value, size);
+  } else {
+    const T kept = value;  // `value` may stand in the storage that moves
+    FArray.SetLength(CommonIncreaseCapacity(CheckedAdd(size, 1)));
+    FillSlots(kept, size);
+  }
   return true;
 }
 
@@ -133,8 +177,8 @@ bool TBasicArrayListIntf<T, TList>::DoInsert(int32_t index, const T& value, int3
 template <class T, class TList>
 bool TBasicArrayListIntf<T, TList>::DoInsertSource(int32_t index,
                                                    const Detail::TSource<T>& source) {
-  if (index < 0) RaiseIndexOutOfRange(index);
   if (GetCount() == 0) return this->DoAssign(source);
+  if (index < 0) RaiseIndexOutOfRange(index);
   if (index >= GetCount()) return this->DoAppend(source);
   if (source.IsBuffer()) {
     const int32_t size = CheckedAdd<int32_t>(FSize, source.Size());
@@ -143,8 +187,12 @@ bool TBasicArrayListIntf<T, TList>::DoInsertSource(int32_t index,
     return source.Size() > 0;
   }
   TRecArray<T> scratch;
-  if (source.Sized()) scratch.Value.SetLength(source.Size());
-  source.ForEach([&](const T& item) { scratch.Add(item); });
+  if (source.Sized()) {
+    scratch.Value.SetLength(source.Size());
+    source.ForEach([&](const T& item) { scratch.Value[scratch.Size++] = item; });
+  } else {
+    source.ForEach([&](const T& item) { scratch.Add(item); });
+  }
   const int32_t size = CheckedAdd<int32_t>(FSize, scratch.Size);
   Algorithm::ArrayInsertCount(scratch.Value, FArray, scratch.Size, index);
   FSize = size;
@@ -189,8 +237,10 @@ template <class T, class TList>
 void TBasicArrayListIntf<T, TList>::AppendSized(const Detail::TSource<T>& source) {
   ISizeEnumerator<T>& items = *source.Sized();
   items.Reset();
-  const int32_t size = CheckedAdd<int32_t>(items.GetSize(), FSize);
-  if (FArray.Length() < size) FArray.SetLength(size);
+  const int32_t count = items.GetSize();
+  if (count < 0) RaiseRangeError();
+  const int32_t size = CheckedAdd<int32_t>(FSize, count);
+  if (FArray.Length() < size) FArray.Extend(size);
   while (items.MoveNext()) FastUnsafeProcedureAdd(items.Current());
 }
 
@@ -224,20 +274,12 @@ bool TBasicArrayListIntf<T, TList>::DoAssign(const Detail::TSource<T>& source) {
 
 template <class T, class TList>
 void TBasicArrayListIntf<T, TList>::AssignItems(const T* items, int32_t count) {
-  // The items may be the list's own: its storage is held and then written front to back.
-  const TArray<T> held = items >= FArray.begin() && items < FArray.end() ? FArray : TArray<T>();
+  if (FArray.Holds(items)) return AssignItems(TArray<T>(items, count).Data(), count);
   const int32_t before = FSize;
   if (FArray.Length() < count) FArray.SetLength(count);
-  if (!held.IsEmpty()) {
-    const TArray<T> copy(items, count);
-    ResetItems(count, before);
-    FSize = count;
-    for (int32_t i = 0; i < count; ++i) FArray[i] = copy[i];
-    return;
-  }
   ResetItems(count, before);
   FSize = count;
-  for (int32_t i = 0; i < count; ++i) FArray[i] = items[i];
+  for (int32_t i = 0; i < count; ++i) Detail::ReplaceItem(FArray[i], items[i]);
 }
 
 template <class T, class TList>
@@ -245,31 +287,51 @@ void TBasicArrayListIntf<T, TList>::AssignSized(ISizeEnumerator<T>& source) {
   // An enumerator that is a list's own storage hands it over: both see each other's writes.
   if (const TRef<IArrayListState<T>> state = Supports<IArrayListState<T>>(&source)) {
     if (state->ArrayIsPopulated()) {
-      FSize = *state->GetSizePtr();
+      const int32_t size = *state->GetSizePtr();
+      if (size < 0 || size > state->GetArraySize()) RaiseRangeError();
+      FSize = size;
       FArray = *state->GetArray();
       return;
     }
   }
+  const int32_t before = FSize;
   const int32_t size = source.GetSize();
+  if (size < 0) RaiseRangeError();
   if (FArray.Length() < size) FArray.SetLength(size);
-  ResetItems(size, FSize);
-  source.Reset();
-  FSize = 0;
-  while (source.MoveNext()) FastUnsafeProcedureAdd(source.Current());
+  ResetItems(size, before);
+  // Old items that were not overwritten, because there were fewer or the source raised.
+  const auto resetRest = [&] { ResetItems(FSize, before < size ? before : size); };
+  try {
+    source.Reset();
+    FSize = 0;
+    while (source.MoveNext()) {
+      Detail::ReplaceItem(FArray[FSize], source.Current());
+      FSize = FSize + 1;
+    }
+  } catch (...) {
+    resetRest();
+    throw;
+  }
+  resetRest();
 }
 
 template <class T, class TList>
 void TBasicArrayListIntf<T, TList>::AssignUnsized(IEnumerator<T>& source) {
   TRecArray<T> overflow;
   int32_t count = 0;
-  source.Reset();
-  while (source.MoveNext()) {
-    if (count < FArray.Length()) {
-      FArray[count] = source.Current();
-      ++count;
-    } else {
-      overflow.Add(source.Current());
+  try {
+    source.Reset();
+    while (source.MoveNext()) {
+      if (count < FArray.Length()) {
+        Detail::ReplaceItem(FArray[count], source.Current());
+        ++count;
+      } else {
+        overflow.Add(source.Current());
+      }
     }
+  } catch (...) {
+    ResetItems(FSize, count);  // spare slots go back to default values
+    throw;
   }
   if (overflow.Size > 0) {
     FArray.Insert(FArray.Length(), overflow.Value.Data(), overflow.Size);
@@ -285,18 +347,32 @@ void TBasicArrayListIntf<T, TList>::AssignUnsized(IEnumerator<T>& source) {
 
 template <class T, class TList>
 bool TBasicArrayListIntf<T, TList>::DoDelete(int32_t index, int32_t count) {
-  if (index < 0 || index >= FSize || count <= 0) return false;
-  if (count > FSize - index) count = FSize - index;
-  if (index + count > FArray.Length()) RaiseRangeError();
-  FSize = FSize - count;
-  FArray.Delete(index, count);
+  if (index < 0 || index >= FSize || count == 0) return false;
+  if (count < 0) RaiseRangeError();
+  DeleteItems(index, count < FSize - index ? count : FSize - index);
   return true;
+}
+
+/// Deletes items that are there, and as many slots of the storage.
+template <class T, class TList>
+void TBasicArrayListIntf<T, TList>::DeleteItems(int32_t index, int32_t count) {
+  UnshareItems();
+  const int32_t size = FSize - count;
+  const int32_t length = FArray.Length() - count;
+  if (length >= FSize) {
+    // The deleted items change places with the last slots: the other spare slots stay.
+    FArray.CloseGap(index, count, FSize);
+    for (int32_t i = 0; i < count; ++i) std::swap(FArray[size + i], FArray[length + i]);
+  } else {
+    FArray.CloseGap(index, count, FArray.Length());
+  }
+  FSize = size;
+  FArray.Cut(length);  // the items end here, when the list is complete again
 }
 
 template <class T, class TList>
 bool TBasicArrayListIntf<T, TList>::DoDeleteDirect(int32_t index) {
-  FSize = FSize - 1;
-  FArray.Delete(index, 1);
+  DeleteItems(index, 1);
   return true;
 }
 
@@ -321,7 +397,7 @@ bool TBasicArrayListIntf<T, TList>::DoRemoveIf(TFunctionRef<bool(const T&)> pred
   }
   bool hasRemoved = false;
   for (int32_t i = before - 1; i >= 0; --i) {
-    if (!predicate(FArray[i])) continue;
+    if (i >= FSize || !predicate(FArray[i])) continue;
     const T item = FArray[i];
     hasRemoved |= this->DoDelete(i, 1);
     if (action) action(item);
@@ -346,6 +422,7 @@ void TBasicArrayListIntf<T, TList>::RemoveMarked(TFunctionRef<bool(const T&)> pr
 
 template <class T, class TList>
 void TBasicArrayListIntf<T, TList>::CloseGaps(const TArray<uint8_t>& isMarked) {
+  UnshareItems();
   const int32_t count = this->GetState().SafeCount();
   int32_t kept = 0;
   for (int32_t i = 0; i < count; ++i) {
@@ -430,9 +507,8 @@ template <class T, class TList>
 void TArrayListIntf<T, TList>::SortByOwnOrder(T* items, int32_t count) {
   const IComparer<T>* comparer = GetEquality();
   if (!comparer) return Detail::SortByDefault(items, count);
-  Detail::SortItems(items, count, [&](const T& left, const T& right) {
-    return comparer->Compare(left, right);
-  });
+  Detail::SortItems(items, count,
+                    [&](const T& left, const T& right) { return comparer->Compare(left, right); });
 }
 
 template <class T, class TList>

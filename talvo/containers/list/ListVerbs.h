@@ -21,12 +21,42 @@ struct TItemCount {
 
 namespace Detail {
 
-/// Makes a value on demand: its result converts to T, and it is no T itself except through bool.
+/// Converts to T, and not only as a pointer does through bool: that way braces refuse.
 template <class F, class T>
-concept FactoryOf =
-    std::invocable<F&> && !std::is_same_v<std::remove_cvref_t<F>, T> &&
-    std::is_convertible_v<std::invoke_result_t<F&>, T> &&
-    (!std::is_convertible_v<F, T> || std::is_arithmetic_v<T>);
+concept ConvertsAsItself =
+    std::is_convertible_v<F, T> && !std::is_arithmetic_v<T> && requires(F && value) {
+  T{static_cast<F&&>(value)};
+};
+/// Makes a value on demand, and is none itself.
+template <class F, class T>
+concept FactoryOf = std::invocable<F&> && !std::is_same_v<std::remove_cvref_t<F>, T> &&
+                    std::is_convertible_v<std::invoke_result_t<F&>, T> && !ConvertsAsItself<F, T>;
+/// A value, or a factory of values.
+template <class V, class T>
+concept ValueOrFactory = FactoryOf<V, T> || std::is_convertible_v<V&&, T>;
+
+/// A pointer to items, not to a class derived from theirs.
+template <class P, class T>
+concept PointerTo =
+    std::is_pointer_v<P> && std::is_same_v<std::remove_cv_t<std::remove_pointer_t<P>>, T>;
+
+/// An action on items that may be left out.
+template <class A, class T>
+concept OptionalActionOn = std::is_null_pointer_v<std::remove_cvref_t<A>> || ActionOn<A, T>;
+
+/// Compares two items: a number or an ordering below, at or above 0.
+template <class C, class T>
+concept ComparisonOf = requires(C& compare, const T& item) {
+  { compare(item, item) < 0 } -> std::convertible_to<bool>;
+  { compare(item, item) > 0 } -> std::convertible_to<bool>;
+};
+
+/// A count as a caller has it, cut to what an int32_t can hold.
+template <std::integral N>
+int32_t ClipCount(N count) {
+  int32_t clipped;
+  return !__builtin_add_overflow(+count, 0, &clipped) ? clipped : count > N{} ? INT32_MAX : -1;
+}
 
 /// Arranges `count` items at `items` in place.
 template <class T>
@@ -40,12 +70,9 @@ struct TListState {
   TCountCell* Count;
   int32_t SafeCount() const {
     const int32_t length = Items->Length();
-    return *Count < length ? *Count : length;
+    return *Count > length ? length : *Count > 0 ? int32_t{*Count} : 0;
   }
 };
-
-template <class TList, class T>
-class TListQuery;
 
 }  // namespace Detail
 
@@ -111,9 +138,7 @@ class TListVerbs : public virtual TBase {
 
   /// The items as plain pointers, taken once: invalid after a change of length. What is written
   /// through them is not announced to anybody.
-  T* begin() const {
-    return this->GetState().Items->Data();
-  }
+  T* begin() const { return this->GetState().Items->Data(); }
   T* end() const {
     const Detail::TListState<T> state = this->GetState();
     return state.Items->Data() + state.SafeCount();
@@ -125,7 +150,13 @@ class TListVerbs : public virtual TBase {
 
   /// Adds `count` copies at the end. Amortised O(count).
   TList& Add(const T& value, int32_t count = 1) {
-    this->DoAdd(value, count);
+    if constexpr (std::is_scalar_v<T>) {
+      // A copy of its own leaves the caller's variable in its register.
+      const T copy = value;
+      this->DoAdd(copy, count);
+    } else {
+      this->DoAdd(value, count);
+    }
     return Self();
   }
   /// Adds in front of the first item. O(Count()), and allocates each time.
@@ -153,8 +184,7 @@ class TListVerbs : public virtual TBase {
   }
   /// The first item that satisfies the predicate; without one, adds the factory's result (or the
   /// value) and answers that.
-  template <PredicateOf<T> F, class V>
-    requires(Detail::FactoryOf<V, T> || std::is_convertible_v<V &&, T>)
+  template <PredicateOf<T> F, Detail::ValueOrFactory<T> V>
   T FindOrAdd(F&& predicate, V&& valueOrFactory);
 
   /// Inserts `count` copies in front of the item at `index`; at or past the end it adds. A
@@ -164,13 +194,13 @@ class TListVerbs : public virtual TBase {
     return Self();
   }
   /// Inserts a sequence; into an empty list it is assigned, at or past the end appended.
-  template <class S>
-    requires Detail::SourceOf<S, T>
+  template <Detail::SourceOf<T> S>
   TList& Insert(int32_t index, S&& source) {
     this->DoInsertSource(index, Detail::TSource<T>(std::forward<S>(source)));
     return Self();
   }
-  TList& Insert(int32_t index, const T* items, int32_t count) {
+  template <Detail::PointerTo<T> P>
+  TList& Insert(int32_t index, P items, int32_t count) {
     this->DoInsertSource(index, Detail::TSource<T>(items, count));
     return Self();
   }
@@ -181,13 +211,13 @@ class TListVerbs : public virtual TBase {
   /// Adds a sequence. Spare slots are filled first; if they do not hold all of it, the capacity
   /// afterwards equals the count. A sized enumerator is trusted: one that yields more than it
   /// said raises ERangeError. Appending a list to itself does nothing.
-  template <class S>
-    requires Detail::SourceOf<S, T>
+  template <Detail::SourceOf<T> S>
   TList& Append(S&& source) {
     this->DoAppend(Detail::TSource<T>(std::forward<S>(source)));
     return Self();
   }
-  TList& Append(const T* items, int32_t count) {
+  template <Detail::PointerTo<T> P>
+  TList& Append(P items, int32_t count) {
     this->DoAppend(Detail::TSource<T>(items, count));
     return Self();
   }
@@ -196,12 +226,12 @@ class TListVerbs : public virtual TBase {
   }
 
   /// AddUnique for each item of a sequence. O(n * m).
-  template <class S>
-    requires Detail::SourceOf<S, T>
+  template <Detail::SourceOf<T> S>
   TList& AppendUnique(S&& source) {
     return AppendUniqueSource(Detail::TSource<T>(std::forward<S>(source)));
   }
-  TList& AppendUnique(const T* items, int32_t count) {
+  template <Detail::PointerTo<T> P>
+  TList& AppendUnique(P items, int32_t count) {
     return AppendUniqueSource(Detail::TSource<T>(items, count));
   }
   TList& AppendUnique(std::initializer_list<T> items) {
@@ -212,13 +242,13 @@ class TListVerbs : public virtual TBase {
   /// An enumerator without a size that yields fewer items than the list holds raises
   /// ERangeError; the capacity then is the number of items it yielded and the count is unchanged.
   /// Assigning a list to itself does nothing.
-  template <class S>
-    requires Detail::SourceOf<S, T>
+  template <Detail::SourceOf<T> S>
   TList& Assign(S&& source) {
     this->DoAssign(Detail::TSource<T>(std::forward<S>(source)));
     return Self();
   }
-  TList& Assign(const T* items, int32_t count) {
+  template <Detail::PointerTo<T> P>
+  TList& Assign(P items, int32_t count) {
     this->DoAssign(Detail::TSource<T>(items, count));
     return Self();
   }
@@ -235,14 +265,12 @@ class TListVerbs : public virtual TBase {
   TRef<IArrayList<T>> ExtractFirst(TItemCount count);
   TRef<IArrayList<T>> ExtractLast(TItemCount count);
   template <std::integral N>
-    requires(!std::integral<T>)
-  TRef<IArrayList<T>> ExtractFirst(N count) {
-    return ExtractFirst(TItemCount{static_cast<int32_t>(count)});
+  requires(!std::integral<T>) TRef<IArrayList<T>> ExtractFirst(N count) {
+    return ExtractFirst(TItemCount{Detail::ClipCount(count)});
   }
   template <std::integral N>
-    requires(!std::integral<T>)
-  TRef<IArrayList<T>> ExtractLast(N count) {
-    return ExtractLast(TItemCount{static_cast<int32_t>(count)});
+  requires(!std::integral<T>) TRef<IArrayList<T>> ExtractLast(N count) {
+    return ExtractLast(TItemCount{Detail::ClipCount(count)});
   }
 
   /// Deletes the first item equal to `value`; whether there was one.
@@ -254,21 +282,18 @@ class TListVerbs : public virtual TBase {
   template <PredicateOf<T> F>
   bool FindAndRemoveOne(F&& predicate, T& item);
   /// The same, handed to `action` when it is gone from the list.
-  template <PredicateOf<T> F, ActionOn<T> A>
-    requires(!std::is_same_v<std::remove_cvref_t<A>, T>)
+  template <PredicateOf<T> F, Detail::ActionArgument<T> A>
   TList& FindAndRemoveOne(F&& predicate, A&& action);
 
   /// Deletes the first item equal to `value`; its index, or -1.
-  template <class V>
-    requires Detail::ValueArgument<V, T>
+  template <Detail::ValueArgument<T> V>
   int32_t RemoveOne(V&& value) {
     const int32_t index = FindEqual(static_cast<V&&>(value));
     if (index >= 0) this->DoDeleteDirect(index);
     return index;
   }
   /// Deletes the first item that satisfies the predicate.
-  template <class F>
-    requires Detail::PredicateArgument<F, T>
+  template <Detail::PredicateArgument<T> F>
   TList& RemoveOne(F&& predicate) {
     IfRemoveOne(predicate);
     return Self();
@@ -281,19 +306,18 @@ class TListVerbs : public virtual TBase {
   }
 
   /// Deletes all items equal to `value`. O(Count()).
-  template <class V>
-    requires Detail::ValueArgument<V, T>
+  template <Detail::ValueArgument<T> V>
   TList& RemoveAll(V&& value) {
     this->DoRemoveEqual(static_cast<V&&>(value));
     return Self();
   }
   /// For each item of a sequence, deletes all that equal it. O(n * m).
-  template <class S>
-    requires Detail::SourceOf<S, T>
+  template <Detail::SourceOf<T> S>
   TList& RemoveAll(S&& source) {
     return RemoveAllSource(Detail::TSource<T>(std::forward<S>(source)));
   }
-  TList& RemoveAll(const T* items, int32_t count) {
+  template <Detail::PointerTo<T> P>
+  TList& RemoveAll(P items, int32_t count) {
     return RemoveAllSource(Detail::TSource<T>(items, count));
   }
   TList& RemoveAll(std::initializer_list<T> items) {
@@ -301,23 +325,22 @@ class TListVerbs : public virtual TBase {
   }
   /// Deletes all items that satisfy the predicate, which is asked from the last item to the
   /// first. O(Count()) for lists that nobody watches.
-  template <class F>
-    requires Detail::PredicateArgument<F, T>
+  template <Detail::PredicateArgument<T> F>
   TList& RemoveAll(F&& predicate) {
     Detail::AssertCallable(predicate);
     this->DoRemoveIf(predicate, nullptr);
     return Self();
   }
   /// The same; each item is handed to `action` when it is gone from the list, the last matching
-  /// one first. An empty action handle is fine. O(Count() * matches).
-  template <class F, ActionOn<T> A>
-    requires(Detail::PredicateArgument<F, T> && !std::is_pointer_v<std::remove_cvref_t<A>>)
+  /// one first. The action may be null or an empty handle. O(Count() * matches).
+  template <Detail::PredicateArgument<T> F, Detail::OptionalActionOn<T> A>
   TList& RemoveAll(F&& predicate, A&& action) {
-    Detail::AssertCallable(predicate);
+    if constexpr (std::is_null_pointer_v<std::remove_cvref_t<A>>) return RemoveAll(predicate);
     if constexpr (Detail::IsFunctionHandle<std::remove_cvref_t<A>>) {
       if (!action) return RemoveAll(predicate);
     }
-    this->DoRemoveIf(predicate, [&](const T& item) { action(item); });
+    Detail::AssertCallable(predicate);
+    this->DoRemoveIf(predicate, action);
     return Self();
   }
 
@@ -362,9 +385,9 @@ class TListVerbs : public virtual TBase {
     return Self();
   }
   TList& Sort(std::nullptr_t) { return Sort(); }
-  /// Sorts by a comparison that answers below, at or above 0. An empty handle means Sort().
-  template <class C>
-    requires std::is_invocable_r_v<int32_t, C&, const T&, const T&>
+  /// Sorts by a comparison that answers below, at or above 0, as a number or as `<=>` does. An
+  /// empty handle means Sort().
+  template <Detail::ComparisonOf<T> C>
   TList& Sort(C&& comparison);
 
   // --- Storage and views --------------------------------------------------------------------
@@ -391,8 +414,8 @@ class TListVerbs : public virtual TBase {
   int32_t FindIf(F& predicate) const;
   bool ExtractAt(int32_t index, T& item);
   TRef<IArrayList<T>> Extract(int32_t index, int32_t count);
-  TList& AppendUniqueSource(const Detail::TSource<T>& source);
-  TList& RemoveAllSource(const Detail::TSource<T>& source);
+  TList& AppendUniqueSource(Detail::TSource<T>&& source);
+  TList& RemoveAllSource(Detail::TSource<T>&& source);
 };
 
 }  // namespace Talvo

@@ -48,10 +48,9 @@ struct TListQueryKinds {
       return std::type_identity<Plain<TList, IArrayList<T>, T>>();
     }
   }
-  using TPlain = TListQueryOver<
-      typename decltype(Pick<TContainerQuery, TObjectContainerQuery,
-                             TInterfaceContainerQuery>())::type,
-      TList, T>;
+  using TPlain = TListQueryOver<typename decltype(Pick<TContainerQuery, TObjectContainerQuery,
+                                                       TInterfaceContainerQuery>())::type,
+                                TList, T>;
   using TArraySize = TListQueryOver<
       typename decltype(Pick<TArraySizeContainerQuery, TObjectArraySizeContainerQuery,
                              TInterfaceArraySizeContainerQuery>())::type,
@@ -64,8 +63,7 @@ template <class T, class TList, class TBase>
 TRef<IContainerQuery<TList, IArrayList<T>, T>> TListVerbs<T, TList, TBase>::Query(
     bool isReverse) const {
   using TKinds = Detail::TListQueryKinds<TList, T>;
-  const auto list =
-      TRef<TList>::Share(const_cast<TList*>(static_cast<const TList*>(this)));
+  const auto list = TRef<TList>::Share(const_cast<TList*>(static_cast<const TList*>(this)));
   const TRef<IArrayListState<T>> state = Supports<IArrayListState<T>>(list);
   if (state && state->ArrayIsPopulated()) {
     return Create<typename TKinds::TArraySize>(list, isReverse, state->GetArray(),
@@ -97,8 +95,7 @@ int32_t TListVerbs<T, TList, TBase>::FindIf(F& predicate) const {
 }
 
 template <class T, class TList, class TBase>
-template <PredicateOf<T> F, class V>
-  requires(Detail::FactoryOf<V, T> || std::is_convertible_v<V &&, T>)
+template <PredicateOf<T> F, Detail::ValueOrFactory<T> V>
 T TListVerbs<T, TList, TBase>::FindOrAdd(F&& predicate, V&& valueOrFactory) {
   const int32_t index = FindIf(predicate);
   if (index >= 0) return this->GetItem(index);
@@ -157,8 +154,7 @@ bool TListVerbs<T, TList, TBase>::FindAndRemoveOne(F&& predicate, T& item) {
 }
 
 template <class T, class TList, class TBase>
-template <PredicateOf<T> F, ActionOn<T> A>
-  requires(!std::is_same_v<std::remove_cvref_t<A>, T>)
+template <PredicateOf<T> F, Detail::ActionArgument<T> A>
 TList& TListVerbs<T, TList, TBase>::FindAndRemoveOne(F&& predicate, A&& action) {
   Detail::AssertCallable(action);
   T item{};
@@ -167,13 +163,15 @@ TList& TListVerbs<T, TList, TBase>::FindAndRemoveOne(F&& predicate, A&& action) 
 }
 
 template <class T, class TList, class TBase>
-TList& TListVerbs<T, TList, TBase>::AppendUniqueSource(const Detail::TSource<T>& source) {
+TList& TListVerbs<T, TList, TBase>::AppendUniqueSource(Detail::TSource<T>&& source) {
+  source.KeepApartFrom(*this->GetState().Items);
   if (!source.IsObject(this)) source.ForEach([this](const T& item) { IfAddUnique(item); });
   return Self();
 }
 
 template <class T, class TList, class TBase>
-TList& TListVerbs<T, TList, TBase>::RemoveAllSource(const Detail::TSource<T>& source) {
+TList& TListVerbs<T, TList, TBase>::RemoveAllSource(Detail::TSource<T>&& source) {
+  source.KeepApartFrom(*this->GetState().Items);
   source.ForEach([this](const T& item) {
     const T value = item;  // the item may be one of the list's own
     this->DoRemoveEqual(value);
@@ -182,17 +180,16 @@ TList& TListVerbs<T, TList, TBase>::RemoveAllSource(const Detail::TSource<T>& so
 }
 
 template <class T, class TList, class TBase>
-template <class C>
-  requires std::is_invocable_r_v<int32_t, C&, const T&, const T&>
+template <Detail::ComparisonOf<T> C>
 TList& TListVerbs<T, TList, TBase>::Sort(C&& comparison) {
+  static_assert(
+      !std::is_same_v<decltype(comparison(std::declval<const T&>(), std::declval<const T&>())),
+                      bool>,
+      "Sort takes a comparison that answers below, at or above 0, not a less-than.");
   if constexpr (Detail::IsFunctionHandle<std::remove_cvref_t<C>>) {
     if (!comparison) return Sort();
   }
-  this->DoSort([&](T* items, int32_t count) {
-    Detail::SortItems(items, count, [&](const T& left, const T& right) -> int32_t {
-      return comparison(left, right);
-    });
-  });
+  this->DoSort([&](T* items, int32_t count) { Detail::SortItems(items, count, comparison); });
   return Self();
 }
 

@@ -20,7 +20,14 @@ void InsertionSort(T* items, int32_t count, C& compare) {
     ~THole() { *Place = std::move(Item); }
   };
   for (int32_t i = 1; i < count; ++i) {
-    if (compare(items[i - 1], items[i]) <= 0) continue;
+    if constexpr (!std::is_nothrow_move_assignable_v<T>) {
+      // Where a move can raise there may be no hole to fill on the way out.
+      for (int32_t j = i; j > 0 && compare(items[j - 1], items[j]) > 0; --j) {
+        std::swap(items[j - 1], items[j]);
+      }
+      continue;
+    }
+    if (!(compare(items[i - 1], items[i]) > 0)) continue;
     THole hole{std::move(items[i]), items + i};
     do {
       *hole.Place = std::move(hole.Place[-1]);
@@ -36,7 +43,7 @@ void HeapSort(T* items, int32_t count, C& compare) {
       int64_t child = 2 * int64_t{root} + 1;
       if (child >= end) return;
       if (child + 1 < end && compare(items[child], items[child + 1]) < 0) ++child;
-      if (compare(items[root], items[child]) >= 0) return;
+      if (!(compare(items[root], items[child]) < 0)) return;
       std::swap(items[root], items[child]);
       root = static_cast<int32_t>(child);
     }
@@ -123,9 +130,9 @@ inline auto SortBits(T value) {
 }
 
 template <class T>
-inline constexpr bool CanRadixSort =
-    (std::is_integral_v<T> && !std::is_same_v<T, bool> && sizeof(T) <= 8) ||
-    std::is_same_v<T, float> || std::is_same_v<T, double>;
+inline constexpr bool CanRadixSort = (std::is_integral_v<T> && !std::is_same_v<T, bool> &&
+                                      sizeof(T) <= 8) ||
+                                     std::is_same_v<T, float> || std::is_same_v<T, double>;
 
 /// Radix sort, lowest digit first, in digits of 11 bits; digits that are the same in all items are
 /// left out. `scratch` has room for `count` items.
@@ -169,7 +176,8 @@ void SortByDefault(T* items, int32_t count) {
       return RadixSort(items, scratch.Data(), count);
     }
   }
-  SortItems(items, count, [](const T& left, const T& right) { return DefaultCompare(left, right); });
+  SortItems(items, count,
+            [](const T& left, const T& right) { return DefaultCompare(left, right); });
 }
 
 }  // namespace Talvo::Detail

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <talvo/platform/Thread.h>
+
+#include <pthread.h>
+#include <unistd.h>
+
+namespace Talvo {
+namespace {
+
+thread_local uint32_t GCurrentThreadId = 0;
+
+// A forked child goes on with a copy of the thread that forked, under an identifier of its own.
+[[maybe_unused]] const int GForkHandler =
+    pthread_atfork(nullptr, nullptr, [] { GCurrentThreadId = 0; });
+
+}  // namespace
+
+uint32_t CurrentThreadId() noexcept {
+  if (GCurrentThreadId == 0) GCurrentThreadId = static_cast<uint32_t>(gettid());
+  return GCurrentThreadId;
+}
+
+}  // namespace Talvo

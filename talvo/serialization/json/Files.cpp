@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <talvo/serialization/json/Files.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ostream>
+#include <vector>
+#include <talvo/serialization/json/Tape.h>
+#include <talvo/serialization/json/Writer.h>
+
+namespace Talvo {
+namespace {
+
+[[noreturn]] void RaiseFileError(u16string_view operation, u16string_view path) {
+  throw EInOutError(string(u"Cannot ") + string(operation) + u" '" + string(path) + u"': " +
+                    FromUtf8(std::strerror(errno), TSurrogates::Replace));
+}
+
+std::FILE* OpenFile(u16string_view path, const char* mode) {
+  if (path.find(u'\0') == path.npos)
+    return std::fopen(ToUtf8(path, TSurrogates::Keep).c_str(), mode);
+  errno = EINVAL;  // the system would take what stands in front of the NUL for the path
+  return nullptr;
+}
+
+/// An open file; closed with its owner.
+class TFile {
+ public:
+  TFile(u16string_view path, const char* mode, u16string_view operation)
+      : FPath(path), FOperation(operation), FFile(OpenFile(path, mode)) {
+    if (!FFile) Raise();
+  }
+  TFile(const TFile&) = delete;
+  TFile& operator=(const TFile&) = delete;
+  ~TFile() {
+    if (FFile) std::fclose(FFile);
+  }
+  std::FILE* Get() const { return FFile; }
+  [[noreturn]] void Raise() const { RaiseFileError(FOperation, FPath); }
+  void Write(const char* bytes, size_t count) {
+    if (std::fwrite(bytes, 1, count, FFile) != count) Raise();
+  }
+  void Close() {
+    std::FILE* closed = FFile;
+    FFile = nullptr;
+    if (std::fclose(closed) != 0) Raise();
+  }
+
+ private:
+  string FPath, FOperation;
+  std::FILE* FFile;
+};
+
+class TByteSink final : public Detail::TJsonSink<char> {
+ public:
+  std::string Bytes;
+
+ private:
+  void Write(const char* units, size_t count) override { Bytes.append(units, count); }
+};
+
+class TStreamSink final : public Detail::TJsonSink<char> {
+ public:
+  explicit TStreamSink(std::ostream& stream) : FStream(stream) {}
+
+ private:
+  void Write(const char* units, size_t count) override {
+    if (!FStream.write(units, static_cast<std::streamsize>(count))) {
+      throw EInOutError(u"Cannot write to the stream");
+    }
+  }
+  std::ostream& FStream;
+};
+
+class TFileSink final : public Detail::TJsonSink<char> {
+ public:
+  explicit TFileSink(TFile& file) : FFile(file) {}
+
+ private:
+  void Write(const char* units, size_t count) override { FFile.Write(units, count); }
+  TFile& FFile;
+};
+
+const TJsonElement& Instance(const TRef<IJsonElement>& element) {
+  Assert(static_cast<bool>(element));
+  return *element->GetInstance();
+}
+
+bool NeedsEscape(u16string_view key) {
+  for (const char16_t unit : key) {
+    if (unit < 32 || unit == '"' || unit == '\\') return true;
+  }
+  return false;
+}
+
+/// Whether no key of a packed tree needs an escape. Its numbers come from a text: they are finite.
+bool AreKeysPlain(const Detail::TJsonValueRef& root) {
+  const Detail::TJsonTape& tape = *root.Tape;
+  const size_t end = tape.After(root.Node);
+  for (size_t node = root.Node; node < end; ++node) {
+    if (tape.Nodes[node].Kind != TJsonKind::Object) continue;
+    const size_t behind = tape.After(node);
+    for (size_t key = node + 1; key < behind; key = tape.After(key + 1)) {
+      if (NeedsEscape(tape.Text(tape.Nodes[key]))) return false;
+    }
+  }
+  return true;
+}
+
+/// Whether a live element is valid but for what stands below it, which is added to `pending`.
+bool IsLiveValid(const Detail::TJsonValueRef& value, std::vector<Detail::TJsonValueRef>& pending) {
+  const TJsonElement& element = *value.Live;
+  if (element.Kind() == TJsonKind::Double) {
+    const double number = Detail::LiveValue<TDoubleJsonElement>(value.Live);
+    return number - number == 0;
+  }
+  if (element.Kind() == TJsonKind::Array) {
+    for (const auto& item : Detail::LiveValue<TArrayJsonElement>(value.Live)) {
+      pending.push_back(Detail::RefTo(item));
+    }
+  } else if (element.Kind() == TJsonKind::Object) {
+    for (const auto& [key, member] : Detail::MembersOf(value.Live)) {
+      if (NeedsEscape(key)) return false;
+      pending.push_back(Detail::RefTo(member));
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+std::string JsonToUtf8(const TRef<IJsonElement>& element, const TRef<IJsonFormatter>& formatter,
+                       TSurrogates surrogates) {
+  TByteSink sink;
+  Detail::WriteJsonText(sink, Instance(element), formatter, surrogates);
+  return std::move(sink.Bytes);
+}
+
+void WriteJson(std::ostream& stream, const TRef<IJsonElement>& element,
+               const TRef<IJsonFormatter>& formatter, TSurrogates surrogates) {
+  TStreamSink sink(stream);
+  Detail::WriteJsonText(sink, Instance(element), formatter, surrogates);
+}
+
+void SaveJsonFile(u16string_view path, const TRef<IJsonElement>& element,
+                  const TRef<IJsonFormatter>& formatter, TByteOrderMark mark,
+                  TSurrogates surrogates) {
+  const TJsonElement& instance = Instance(element);
+  const string part = string(path) + u".part";
+  const std::string partName = ToUtf8(part, TSurrogates::Keep);
+  TFile file(part, "wb", u"write");
+  try {
+    TFileSink sink(file);
+    if (mark == TByteOrderMark::Utf8) file.Write("\xEF\xBB\xBF", 3);
+    Detail::WriteJsonText(sink, instance, formatter, surrogates);
+    file.Close();
+    if (std::rename(partName.c_str(), ToUtf8(path, TSurrogates::Keep).c_str()) != 0) {
+      RaiseFileError(u"write", path);
+    }
+  } catch (...) {
+    std::remove(partName.c_str());
+    throw;
+  }
+}
+
+bool IsValidJson(const TRef<IJsonElement>& element) {
+  std::vector<Detail::TJsonValueRef> pending{Detail::RefTo(element)};
+  while (!pending.empty()) {
+    const Detail::TJsonValueRef next = pending.back();
+    pending.pop_back();
+    if (next.IsPacked()) {
+      if (!AreKeysPlain(next)) return false;
+    } else if (next.Live) {
+      if (!IsLiveValid(next, pending)) return false;
+    }
+  }
+  return true;
+}
+
+namespace Detail {
+
+std::string ReadFileBytes(u16string_view path) {
+  const TFile file(path, "rb", u"read");
+  std::string bytes;
+  char buffer[65536];
+  while (const size_t count = std::fread(buffer, 1, sizeof buffer, file.Get())) {
+    bytes.append(buffer, count);
+  }
+  if (std::ferror(file.Get())) file.Raise();
+  return bytes;
+}
+
+string DecodeUtf16File(std::string_view bytes) {
+  if (bytes.size() % 2 != 0) {
+    throw EEncodingError(u"The UTF-16 text ends inside a unit", bytes.size() - 1);
+  }
+  const bool isBigEndian = bytes.starts_with("\xFE\xFF");
+  string text;
+  text.reserve(bytes.size() / 2);
+  for (size_t i = 2; i < bytes.size(); i += 2) {
+    const auto first = static_cast<uint8_t>(bytes[i]);
+    const auto second = static_cast<uint8_t>(bytes[i + 1]);
+    text += static_cast<char16_t>(isBigEndian ? first << 8 | second : second << 8 | first);
+  }
+  return text;
+}
+
+void RaiseMalformedUtf8(size_t offset) {
+  const std::string message = "Malformed UTF-8 at offset " + std::to_string(offset);
+  throw EEncodingError(FromUtf8(message), offset);
+}
+
+}  // namespace Detail
+}  // namespace Talvo
