@@ -6,6 +6,12 @@ list(TRANSFORM components PREPEND Talvo OUTPUT_VARIABLE component_targets)
 install(TARGETS TalvoRuntime ${component_targets} EXPORT TalvoTargets)
 if(TALVO_STATIC)
   install(TARGETS TalvoArchive EXPORT TalvoTargets)
+else()
+  # gdb looks for this by the place of the library, which is known when it is installed.
+  install(FILES tools/gdb/talvo_printers.py
+          DESTINATION
+            ${CMAKE_INSTALL_DATAROOTDIR}/gdb/auto-load\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}
+          RENAME $<TARGET_FILE_NAME:TalvoRuntime>-gdb.py)
 endif()
 install(DIRECTORY talvo DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

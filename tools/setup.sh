@@ -12,7 +12,7 @@ if command -v ccache >/dev/null; then
   export CCACHE_SLOPPINESS="${CCACHE_SLOPPINESS:-pch_defines,time_macros}"
 fi
 
-readonly build_packages=(cmake ninja-build g++ pkg-config python3 libgtest-dev libgmock-dev)
+readonly build_packages=(cmake ninja-build g++ gdb pkg-config python3 libgtest-dev libgmock-dev)
 readonly clang_packages=(clang libclang-rt-dev llvm)
 readonly peer_packages=(libbenchmark-dev libabsl-dev qt6-base-dev libboost-dev nlohmann-json3-dev
   rapidjson-dev libjsoncpp-dev libpoco-dev libsimdjson-dev libsigc++-2.0-dev)

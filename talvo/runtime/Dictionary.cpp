@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/runtime/DictionaryStorage.h>
 
-#include <algorithm>
 #include <bit>
 #include <cstdlib>
 #include <cstring>
@@ -19,9 +18,33 @@ uint64_t SlotsFor(uint32_t capacity) {
   return std::bit_ceil(uint64_t{capacity} + (capacity + 6) / 7);
 }
 
+/// The first free slot on the way that a search for `hash` goes.
+uint32_t FreeSlotFor(const TDictionaryMemory& memory, uint32_t hash) {
+  uint32_t start = hash & memory.SlotMask;
+  uint32_t step = TTagGroup::Size;
+  uint32_t free;
+  while ((free = TTagGroup(memory.Tags + start).Match(TTagGroup::FreeTag)) == 0) {
+    start = (start + step) & memory.SlotMask;
+    step += TTagGroup::Size;
+  }
+  return (start + static_cast<uint32_t>(std::countr_zero(free))) & memory.SlotMask;
+}
+
+/// The same, tag by tag. A processor that reads 16 tags waits while it is still writing one of
+/// them, which in a small index it often is.
+uint32_t FreeSlotInSmallIndex(const TDictionaryMemory& memory, uint32_t hash) {
+  uint32_t start = hash & memory.SlotMask;
+  for (uint32_t step = TTagGroup::Size;; step += TTagGroup::Size) {
+    for (uint32_t at = start; at < start + TTagGroup::Size; ++at) {
+      if (memory.Tags[at] == TTagGroup::FreeTag) return at & memory.SlotMask;
+    }
+    start = (start + step) & memory.SlotMask;
+  }
+}
+
 }  // namespace
 
-uint32_t TRawDictionaryStorage::GrownCapacity(uint32_t count) {
+uint32_t TDictionaryMemory::GrownCapacity(uint32_t count) {
   if (count >= MaxCount) RaiseIntOverflow();
   // A third of the pairs may come before memory is taken again, so closing the gaps costs constant
   // time for each.
@@ -31,52 +54,48 @@ uint32_t TRawDictionaryStorage::GrownCapacity(uint32_t count) {
   return capacity < MaxCount ? static_cast<uint32_t>(capacity) : MaxCount;
 }
 
-TRawDictionaryStorage::TRawDictionaryStorage(uint32_t capacity, size_t pairSize, size_t alignment)
-    : Capacity(capacity) {
-  const uint64_t slots = SlotsFor(capacity);
-  const size_t tags = slots == 0 ? 0 : slots + TTagGroup::Size;
+TDictionaryMemory TDictionaryMemory::Allocate(uint32_t capacity, size_t pairSize,
+                                              size_t alignment) {
   // Pairs, hashes, slots and tags, in this order: the alignment falls.
+  const uint64_t slots = SlotsFor(capacity);
   const size_t hashesAt = (capacity * pairSize + alignof(uint32_t) - 1) & -alignof(uint32_t);
   const size_t slotsAt = hashesAt + capacity * sizeof(uint32_t);
   const size_t tagsAt = slotsAt + slots * sizeof(uint32_t);
+  const size_t tags = slots == 0 ? 0 : slots + TTagGroup::Size;
   const size_t size = (tagsAt + tags + alignment - 1) & -alignment;
-  Pairs = alignment <= alignof(std::max_align_t) ? std::malloc(size)
-                                                 : std::aligned_alloc(alignment, size);
-  if (!Pairs) throw std::bad_alloc();
-  auto* memory = static_cast<unsigned char*>(Pairs);
-  Hashes = reinterpret_cast<uint32_t*>(memory + hashesAt);
-  if (slots == 0) return;
-  Slots = reinterpret_cast<uint32_t*>(memory + slotsAt);
-  Tags = memory + tagsAt;
-  SlotMask = static_cast<uint32_t>(slots - 1);
-  std::memset(Tags, TTagGroup::FreeTag, tags);
+
+  TDictionaryMemory memory;
+  memory.Pairs = alignment <= alignof(std::max_align_t) ? std::malloc(size)
+                                                        : std::aligned_alloc(alignment, size);
+  if (!memory.Pairs) throw std::bad_alloc();
+  auto* bytes = static_cast<uint8_t*>(memory.Pairs);
+  memory.Hashes = reinterpret_cast<uint32_t*>(bytes + hashesAt);
+  memory.Capacity = capacity;
+  if (slots == 0) return memory;
+  memory.Slots = reinterpret_cast<uint32_t*>(bytes + slotsAt);
+  memory.Tags = bytes + tagsAt;
+  memory.SlotMask = static_cast<uint32_t>(slots - 1);
+  std::memset(memory.Tags, TTagGroup::FreeTag, tags);
+  return memory;
 }
 
-void TRawDictionaryStorage::Swap(TRawDictionaryStorage& other) noexcept {
-  std::swap(Pairs, other.Pairs);
-  std::swap(Hashes, other.Hashes);
-  std::swap<TIndex>(*this, other);
-  std::swap(Capacity, other.Capacity);
-  std::swap(First, other.First);
-  std::swap(Used, other.Used);
-  std::swap(Count, other.Count);
+void TDictionaryMemory::Free() noexcept {
+  std::free(Pairs);
 }
 
-void TRawDictionaryStorage::FreeMemory() noexcept { std::free(Pairs); }
-
-void TRawDictionaryStorage::EnterAll() noexcept {
+void TDictionaryMemory::EnterAll() const noexcept {
   if (!Slots) return;
-  const TIndex index = *this;
-  constexpr uint32_t ahead = 12;
-  for (uint32_t number = First; number < Used; ++number) {
-    const uint32_t next = Hashes[std::min(number + ahead, Used - 1)] & SlotMask;
-
-
-    index.Enter(Hashes[number], number);
+  constexpr uint32_t smallMask = (1 << 13) - 1;
+  const TDictionaryMemory memory = *this;  // no alias of the tags that are written
+  for (uint32_t number = memory.First; number < memory.Used; ++number) {
+    const uint32_t hash = memory.Hashes[number];
+    memory.SetSlot(memory.SlotMask <= smallMask ? FreeSlotInSmallIndex(memory, hash)
+                                                : FreeSlotFor(memory, hash),
+                   hash, number);
   }
 }
 
-void TRawDictionaryStorage::Unlink(uint32_t number, uint32_t slot) noexcept {
+void TDictionaryMemory::Unlink(uint32_t number, uint32_t slot) noexcept {
   Hashes[number] = 0;
   --Count;
   while (First < Used && !IsLive(First)) ++First;

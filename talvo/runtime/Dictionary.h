@@ -12,8 +12,8 @@
 //
 // What stays valid: removing an item and setting a value move no other item, so pointers and
 // iterators to others stay as they are. Adding a key and TrimExcess, Reserve and Clear may move
-// all items. A destructor of a key or value may use the dictionary that lets it go; operator==,
-// hashes, copies and moves of keys and values must not change it.
+// all items; iterators do not outlive that. A destructor of a key or value may use the dictionary
+// that lets it go; operator==, hashes and constructors of keys and values must not change it.
 //
 // What a raise leaves behind: a key or value whose copy raises, or memory that has run out, leaves
 // the dictionary as it was. Types without a noexcept move are copied where others are moved.
@@ -54,19 +54,16 @@ class TDictionary {
   int32_t Count() const noexcept { return static_cast<int32_t>(FStorage.Count); }
 
   /// Adds a key. Raises EDuplicateKey when it is here already, EIntOverflow past 2^31 - 1 keys.
-  template <class Q = K, class U = V>
-    requires Detail::KeyFor<Q, K> && std::convertible_to<U, V>
+  template <Detail::KeyFor<K> Q = K, std::convertible_to<V> U = V>
   void Add(Q&& key, U&& value);
 
   /// Sets the value of a key and adds the key when it is missing: true when it was. A key that is
   /// here keeps its place in the order.
-  template <class Q = K, class U = V>
-    requires Detail::KeyFor<Q, K> && std::convertible_to<U, V>
+  template <Detail::KeyFor<K> Q = K, std::convertible_to<V> U = V>
   bool AddOrSetValue(Q&& key, U&& value);
 
   /// Finds a key, or adds it with V(arguments...), in one lookup.
-  template <class Q = K, class... A>
-    requires Detail::KeyFor<Q, K> && std::constructible_from<V, A...>
+  template <Detail::KeyFor<K> Q = K, class... A>
   TAdded TryAdd(Q&& key, A&&... arguments);
 
   /// Removes a key; false when it is not here.
@@ -106,11 +103,9 @@ class TDictionary {
   static THashCode HashOf(TKey key) { return THashCode{Detail::HashCodeOf<K>(key)}; }
   V* FindHashed(THashCode hash, TKey key);
   const V* FindHashed(THashCode hash, TKey key) const;
-  template <class Q = K, class U = V>
-    requires Detail::KeyFor<Q, K> && std::convertible_to<U, V>
+  template <Detail::KeyFor<K> Q = K, std::convertible_to<V> U = V>
   bool AddOrSetValueHashed(THashCode hash, Q&& key, U&& value);
-  template <class Q = K, class... A>
-    requires Detail::KeyFor<Q, K> && std::constructible_from<V, A...>
+  template <Detail::KeyFor<K> Q = K, class... A>
   TAdded TryAddHashed(THashCode hash, Q&& key, A&&... arguments);
 
   /// Forward iterators over the items as const TPair<K, V>&; values change through Find only.

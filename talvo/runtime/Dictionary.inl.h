@@ -13,7 +13,7 @@ TDictionaryStorage<K, V>::~TDictionaryStorage() {
       if (IsLive(number)) At(number)->~TItem();
     }
   }
-  if (Pairs) FreeMemory();
+  Free();
 }
 
 template <class K, class V>
@@ -34,9 +34,12 @@ auto TDictionaryStorage<K, V>::FindInIndex(uint32_t hash, TLookupKey<K> key) con
     for (uint32_t match = group.Match(TTagGroup::TagOf(hash)); match != 0; match &= match - 1) {
       const uint32_t slot = (start + static_cast<uint32_t>(__builtin_ctz(match))) & mask;
       const uint32_t content = Slots[slot];
-      if (((content ^ hash) & ~mask) != 0) [[unlikely]] continue;
+      // The rest of the hash, unless comparing keys is as quick.
+      if (!std::is_scalar_v<K> && ((content ^ hash) & ~mask) != 0) [[unlikely]]
+        continue;
       TItem* item = At(content & mask);
-      if (KeysEqual<K>(item->Key, key)) [[likely]] return {item, slot};
+      if (KeysEqual<K>(item->Key, key)) [[likely]]
+        return {item, slot};
     }
     if (const uint32_t free = group.Match(TTagGroup::FreeTag)) [[likely]] {
       return {nullptr, (start + static_cast<uint32_t>(__builtin_ctz(free))) & mask};
@@ -107,15 +110,13 @@ TDictionary<K, V>::~TDictionary() {
 }
 
 template <class K, class V>
-template <class Q, class U>
-  requires Detail::KeyFor<Q, K> && std::convertible_to<U, V>
+template <Detail::KeyFor<K> Q, std::convertible_to<V> U>
 void TDictionary<K, V>::Add(Q&& key, U&& value) {
   if (!TryAdd(std::forward<Q>(key), std::forward<U>(value)).IsNew) RaiseDuplicateKey();
 }
 
 template <class K, class V>
-template <class Q, class U>
-  requires Detail::KeyFor<Q, K> && std::convertible_to<U, V>
+template <Detail::KeyFor<K> Q, std::convertible_to<V> U>
 bool TDictionary<K, V>::AddOrSetValue(Q&& key, U&& value) {
   if constexpr (Detail::DirectKeyFor<Q, K>) {
     return AddOrSetValueHashed(HashOf(key), std::forward<Q>(key), std::forward<U>(value));
@@ -126,21 +127,25 @@ bool TDictionary<K, V>::AddOrSetValue(Q&& key, U&& value) {
 }
 
 template <class K, class V>
-template <class Q, class U>
-  requires Detail::KeyFor<Q, K> && std::convertible_to<U, V>
+template <Detail::KeyFor<K> Q, std::convertible_to<V> U>
 bool TDictionary<K, V>::AddOrSetValueHashed(THashCode hash, Q&& key, U&& value) {
   const TAdded added = TryAddHashed(hash, std::forward<Q>(key), std::forward<U>(value));
   if (added.IsNew) return true;
   // The old value ends last: its destructor may change this dictionary.
   V incoming = std::forward<U>(value);
   [[maybe_unused]] const V outgoing = std::move_if_noexcept(added.Value);
-  added.Value = std::move(incoming);
+  if constexpr (std::is_nothrow_move_constructible_v<V>) {
+    // Not by assignment, which may raise, and now must not.
+    added.Value.~V();
+    ::new (&added.Value) V(std::move(incoming));
+  } else {
+    added.Value = std::move(incoming);
+  }
   return false;
 }
 
 template <class K, class V>
-template <class Q, class... A>
-  requires Detail::KeyFor<Q, K> && std::constructible_from<V, A...>
+template <Detail::KeyFor<K> Q, class... A>
 auto TDictionary<K, V>::TryAdd(Q&& key, A&&... arguments) -> TAdded {
   if constexpr (Detail::DirectKeyFor<Q, K>) {
     return TryAddHashed(HashOf(key), std::forward<Q>(key), std::forward<A>(arguments)...);
@@ -151,9 +156,9 @@ auto TDictionary<K, V>::TryAdd(Q&& key, A&&... arguments) -> TAdded {
 }
 
 template <class K, class V>
-template <class Q, class... A>
-  requires Detail::KeyFor<Q, K> && std::constructible_from<V, A...>
+template <Detail::KeyFor<K> Q, class... A>
 auto TDictionary<K, V>::TryAddHashed(THashCode hash, Q&& key, A&&... arguments) -> TAdded {
+  static_assert(std::constructible_from<V, A...>, "No value can be made of these arguments.");
   const auto code = static_cast<uint32_t>(hash);
   const auto found = FStorage.Find(code, key);
   if (found.Item) return {found.Item->Value, false};
@@ -204,14 +209,14 @@ void TDictionary<K, V>::Clear() noexcept {
 
 template <class K, class V>
 V* TDictionary<K, V>::FindHashed(THashCode hash, TKey key) {
-  TItem* found = FStorage.Find(static_cast<uint32_t>(hash), key).Item;
-  return found ? &found->Value : nullptr;
+  TItem* item = FStorage.Find(static_cast<uint32_t>(hash), key).Item;
+  return item ? &item->Value : nullptr;
 }
 
 template <class K, class V>
 const V* TDictionary<K, V>::FindHashed(THashCode hash, TKey key) const {
-  const TItem* found = FStorage.Find(static_cast<uint32_t>(hash), key).Item;
-  return found ? &found->Value : nullptr;
+  const TItem* item = FStorage.Find(static_cast<uint32_t>(hash), key).Item;
+  return item ? &item->Value : nullptr;
 }
 
 template <class K, class V>
@@ -241,7 +246,11 @@ bool TDictionary<K, V>::ContainsValue(const V& value) const {
 template <class K, class V>
 void TDictionary<K, V>::Reserve(int32_t count) {
   const int64_t gaps = FStorage.Used - FStorage.Count;
-  if (count > FStorage.Capacity - gaps) Rebuild(static_cast<uint32_t>(count));
+  if (count <= FStorage.Capacity - gaps) return;
+  // Many calls that ask for one more each must not copy everything each time.
+  const uint32_t grown = TStorage::GrownCapacity(FStorage.Count);
+  const auto wanted = static_cast<uint32_t>(count);
+  Rebuild(wanted > grown ? wanted : grown);
 }
 
 template <class K, class V>

@@ -87,7 +87,7 @@ class TFunction<R(A...)> {
   requires(!std::is_base_of_v<TFunction, std::decay_t<F>> && !IsReference<std::decay_t<F>> &&
            std::is_invocable_v<std::decay_t<F>&, A...> &&
            Detail::CallableAs<std::decay_t<F>, R, A...>) TFunction(F&& code) {
-    if constexpr (Detail::IsFunctionHandle<std::decay_t<F>>) {
+    if constexpr (Detail::IsFunctionHandle<std::remove_cvref_t<F>>) {
       if (!code) return;
     }
     FFunction = Create<Detail::TCallable<std::decay_t<F>, R, A...>>(static_cast<F&&>(code));

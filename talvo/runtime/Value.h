@@ -88,20 +88,24 @@ struct TValueOperationsOf {
       IsInline};
 };
 
-/// `number` as an N, when N can hold it.
+template <class N, class W>
+bool StoreIfFits(W number, N& value) {
+  N stored;
+  if (__builtin_add_overflow(number, W{0}, &stored)) return false;
+  value = stored;
+  return true;
+}
+
+/// `number` as an N, when N can hold it; else `value` stays as it is.
 template <class N>
 bool NumberFits(const TNumber& number, N& value) {
   switch (number.Kind) {
     case TNumber::Signed:
-      if constexpr (std::is_integral_v<N>) {
-        return !__builtin_add_overflow(number.AsSigned, 0, &value);
-      }
+      if constexpr (std::is_integral_v<N>) return StoreIfFits(number.AsSigned, value);
       value = static_cast<N>(number.AsSigned);
       return true;
     case TNumber::Unsigned:
-      if constexpr (std::is_integral_v<N>) {
-        return !__builtin_add_overflow(number.AsUnsigned, 0u, &value);
-      }
+      if constexpr (std::is_integral_v<N>) return StoreIfFits(number.AsUnsigned, value);
       value = static_cast<N>(number.AsUnsigned);
       return true;
     case TNumber::Floating:

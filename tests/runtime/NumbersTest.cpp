@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/runtime/Numbers.h>
 
-#include <gtest/gtest.h>
 #include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <limits>
 #include <random>
 #include <talvo/runtime/Exceptions.h>

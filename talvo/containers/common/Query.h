@@ -40,7 +40,8 @@ class IQuery : public virtual IInterface {
   /// empty TArray raises ERangeError.
   template <Detail::BorrowedSourceOf<T> S, Detail::EqualityTestOf<T> F = std::nullptr_t>
   bool Equals(const S& other, F&& test = nullptr) const;
-  bool Equals(std::initializer_list<T> other) const;
+  template <Detail::EqualityTestOf<T> F = std::nullptr_t>
+  bool Equals(std::initializer_list<T> other, F&& test = nullptr) const;
   /// Against an enumerator object: it is freed when the source was walked to its end, and stays
   /// with the caller when the answer was an early false.
   template <std::derived_from<TEnumerator<T>> E, Detail::EqualityTestOf<T> F = std::nullptr_t>

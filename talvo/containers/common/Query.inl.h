@@ -7,18 +7,24 @@
 namespace Talvo {
 namespace Detail {
 
-/// Stores `value` behind the `count` items, growing by the common rule when no slot is spare.
+/// Grows by the common rule for one item more than `count`.
+template <class T>
+[[gnu::noinline]] void GrowForOne(TArray<T>& items, int32_t count) {
+  items.SetLength(CommonIncreaseCapacity(CheckedAdd(count, 1)));
+}
+
+/// Stores `value` behind the `count` items, growing when no slot is spare.
 template <class T>
 inline void StoreAtEnd(TArray<T>& items, TCountCell& count, const T& value) {
-  const auto index = static_cast<uint32_t>(int32_t{count});
-  if (index < static_cast<uint32_t>(items.Length())) [[likely]] {
-    items.Data()[index] = value;
+  const int32_t index = count;
+  if (items.Contains(index)) [[likely]] {
+    items[index] = value;
   } else {
     T kept = value;  // `value` may stand in the storage that moves
-    items.SetLength(CommonIncreaseCapacity(CheckedAdd<int32_t>(count, 1)));
-    items[count] = std::move(kept);
+    GrowForOne(items, index);
+    items[index] = std::move(kept);
   }
-  count = static_cast<int32_t>(index + 1);
+  count = index + 1;
 }
 
 /// Items for which a copy is as cheap as a test: they are stored first and kept if accepted.
@@ -40,13 +46,15 @@ void FilterInto(TArray<T>& items, TCountCell& count, const TArray<T>& source, in
     // Every item is written to the next slot and the slot moves on if it was accepted: nothing
     // for the branch predictor to miss.
     const int32_t end = to - from > room ? from + room : to;
-    T* slot = items.Data() + count;
+    T* const first = items.Data() + count;
+    T* slot = first;
     for (; from < end; ++from) {
       *slot = source[from];
       slot += accept(std::as_const(*slot)) ? 1 : 0;
     }
-    count = static_cast<int32_t>(slot - items.Data());
-    if (count < items.Length()) *slot = T{};
+    const auto stored = static_cast<int32_t>(slot - first);
+    if (stored < room) *slot = T{};
+    count = count + stored;
   }
 }
 
@@ -152,10 +160,9 @@ bool IQuery<T>::Equals(const S& other, F&& test) const {
 }
 
 template <class T>
-bool IQuery<T>::Equals(std::initializer_list<T> other) const {
-  std::nullptr_t ownEquality = nullptr;
-  return EqualsSource(Detail::TSource<T>(other.begin(), Detail::CountOfSize(other.size())),
-                      ownEquality);
+template <Detail::EqualityTestOf<T> F>
+bool IQuery<T>::Equals(std::initializer_list<T> other, F&& test) const {
+  return EqualsSource(Detail::TSource<T>(other.begin(), Detail::CountOfSize(other.size())), test);
 }
 
 template <class T>

@@ -81,14 +81,14 @@ class TDictionaryMakers {
   }
   static TRef<TDict> Make(std::initializer_list<TPair<K, V>> pairs) { return Create(pairs); }
   /// The pairs of another dictionary, or of any other sequence. Asserts that there is one.
-  template <class S>
-  requires Detail::SourceOf<S, TPair<K, V>>
+  template <Detail::SourceOf<TPair<K, V>> S>
   static TRef<TClass> Create(S&& pairs) {
     return CreateFrom(Detail::TSource<TPair<K, V>>(std::forward<S>(pairs)));
   }
-  template <class S>
-  requires Detail::SourceOf<S, TPair<K, V>>
-  static TRef<TDict> Make(S&& pairs) { return Create(std::forward<S>(pairs)); }
+  template <Detail::SourceOf<TPair<K, V>> S>
+  static TRef<TDict> Make(S&& pairs) {
+    return Create(std::forward<S>(pairs));
+  }
 
  private:
   static TRef<TClass> CreateFrom(const Detail::TSource<TPair<K, V>>& pairs) {
@@ -123,8 +123,7 @@ bool TDictionaryIntf<K, V, I>::Store(Q&& key, V& value, TPresentKey present) {
     return true;
   }
   if (present == TPresentKey::Refuse) RaiseDuplicateKey();
-  [[maybe_unused]] const V outgoing = std::move_if_noexcept(stored.Value);  // ends last
-  stored.Value = std::move(value);
+  [[maybe_unused]] const V outgoing = Detail::ExchangeValue(stored.Value, value);  // ends last
   this->ChangeNotify();
   return true;
 }
@@ -137,4 +136,17 @@ TPair<K, V> TDictionaryIntf<K, V, I>::DoExtract(TLookupKey<K> key) {
   return extracted;
 }
 
+}  // namespace Talvo
+
+// Dictionaries from text to common types are compiled once, in Dictionary.cpp.
+#define TALVO_DICTIONARY(Template, K, V)                                                       \
+  Template Rtl::TDictionary<K, V>;                                                             \
+  Template Detail::TDictionaryHolder<Rtl::TDictionary<K, V>, TInterfacedChangeNotifyObject<>>; \
+  Template TDictionaryIntf<K, V, IDictionary<K, V>>;                                           \
+  Template TDictionary<K, V>
+
+namespace Talvo {
+TALVO_DICTIONARY(extern template class TALVO_API, string, int32_t);
+TALVO_DICTIONARY(extern template class TALVO_API, string, string);
+TALVO_DICTIONARY(extern template class TALVO_API, string, TRef<IInterface>);
 }  // namespace Talvo

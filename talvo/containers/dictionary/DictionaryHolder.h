@@ -48,6 +48,21 @@ const T& YieldOf(const TItem& item) noexcept {
   }
 }
 
+/// Puts `incoming` in the place of `value` and answers what stood there. When a copy raises,
+/// `value` is as it was.
+template <class V>
+V ExchangeValue(V& value, V& incoming) {
+  V outgoing = std::move_if_noexcept(value);
+  if constexpr (std::is_nothrow_move_constructible_v<V>) {
+    // Not by assignment, which may raise, and now must not.
+    value.~V();
+    ::new (&value) V(std::move(incoming));
+  } else {
+    value = std::move(incoming);
+  }
+  return outgoing;
+}
+
 struct TDictionaryEnd {};
 
 /// Walks a dictionary or set in a range-for, and keeps it alive until the loop ends.

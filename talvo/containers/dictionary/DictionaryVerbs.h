@@ -112,19 +112,20 @@ class TDictionaryVerbs : public virtual TBase {
 
   /// Sets the value of a key; a missing key is added, behind the others. A key that is there keeps
   /// its place. Amortised O(1).
-  template <class Q = K>
-  requires Detail::KeyFor<Q, K> TDict& Add(Q&& key, V value) {
+  template <Detail::KeyFor<K> Q = K>
+  TDict& Add(Q&& key, V value) {
     Store(std::forward<Q>(key), value, TPresentKey::Replace);
     return Self();
   }
   TDict& Add(TItem pair) { return Add(std::move(pair.Key), std::move(pair.Value)); }
   TDict& AddPair(TItem pair) { return Add(std::move(pair)); }
-  template <class Q = K>
-  requires Detail::KeyFor<Q, K>
-  void SetItem(Q&& key, V value) { Store(std::forward<Q>(key), value, TPresentKey::Replace); }
+  template <Detail::KeyFor<K> Q = K>
+  void SetItem(Q&& key, V value) {
+    Store(std::forward<Q>(key), value, TPresentKey::Replace);
+  }
   /// Adds a key. Raises EDuplicateKey when it is there already.
-  template <class Q = K>
-  requires Detail::KeyFor<Q, K> TDict& AddExclusive(Q&& key, V value) {
+  template <Detail::KeyFor<K> Q = K>
+  TDict& AddExclusive(Q&& key, V value) {
     Store(std::forward<Q>(key), value, TPresentKey::Refuse);
     return Self();
   }

@@ -107,7 +107,8 @@ template <class T, class F>
 TRef<IArrayList<T>> TDictionaryVerbs<K, V, TDict, TBase>::ListOf(F&& part) const {
   const auto& dictionary = this->GetDictionary();
   TRef<TArrayList<T>> list = TArrayList<T>::Create();
-  if (dictionary.Count() > 0) list->SetCapacity(CheckedAdd(dictionary.Count(), 1), false);
+  if (dictionary.Count() > 0)
+    list->SetCapacity(CheckedAdd(dictionary.Count(), 1), /*allowsTruncation*/ false);
   for (const TItem& item : dictionary) list->ProcedureAdd(part(item));
   return list;
 }

@@ -127,8 +127,9 @@ class TBasicArrayListIntf
   void AssignUnsized(IEnumerator<T>& source);
   // What changes length or order by deletion works on storage of its own.
   void UnshareItems() { FArray.SetLength(FArray.Length()); }
-  TALVO_COLD bool AddSlowly(const T& value, int32_t count);
+  [[gnu::noinline]] bool AddSlowly(const T& value, int32_t count);
   void FillSlots(const T& value, int32_t to);
+  void StoreItems(int32_t index, const T* items, int32_t count);
   void ResetItems(int32_t from, int32_t to);
   void DeleteItems(int32_t index, int32_t count);
   void RemoveMarked(TFunctionRef<bool(const T&)> predicate);
@@ -295,3 +296,19 @@ class Algorithm {
 
 #include <talvo/containers/list/ArrayList.inl.h>
 #include <talvo/containers/list/ListVerbs.inl.h>
+
+// The lists of the common element types are compiled once, in ArrayList.cpp.
+#define TALVO_ARRAY_LIST(Template, T)                       \
+  Template TListVerbs<T, IArrayList<T>, IArrayListCore<T>>; \
+  Template TBasicArrayListIntf<T, IArrayList<T>>;           \
+  Template TArrayListIntf<T, IArrayList<T>>;                \
+  Template TArrayList<T>
+
+namespace Talvo {
+TALVO_ARRAY_LIST(extern template class TALVO_API, int32_t);
+TALVO_ARRAY_LIST(extern template class TALVO_API, int64_t);
+TALVO_ARRAY_LIST(extern template class TALVO_API, double);
+TALVO_ARRAY_LIST(extern template class TALVO_API, string);
+TALVO_ARRAY_LIST(extern template class TALVO_API, TObject*);
+TALVO_ARRAY_LIST(extern template class TALVO_API, TRef<IInterface>);
+}  // namespace Talvo

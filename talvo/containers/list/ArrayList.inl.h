@@ -98,6 +98,19 @@ void TBasicArrayListIntf<T, TList>::FillSlots(const T& value, int32_t to) {
   }
 }
 
+/// Puts copies of `count` items into the slots from `index` on.
+template <class T, class TList>
+void TBasicArrayListIntf<T, TList>::StoreItems(int32_t index, const T* items, int32_t count) {
+  if constexpr (std::is_trivially_copyable_v<T>) {
+    if (count == 0) return;
+    if (index < 0 || count > FArray.Length() - index) RaiseRangeError();
+    __builtin_memmove(static_cast<void*>(FArray.Data() + index), items,
+                      static_cast<size_t>(count) * sizeof(T));
+  } else {
+    for (int32_t i = 0; i < count; ++i) Detail::ReplaceItem(FArray[index + i], items[i]);
+  }
+}
+
 /// Sets the items from `from` to `to` - 1 back to the default value. They end together
 /// afterwards: their end may come back to the list.
 template <class T, class TList>
@@ -133,8 +146,8 @@ template <class T, class TList>
 bool TBasicArrayListIntf<T, TList>::DoAdd(const T& value, int32_t count) {
   const auto index = static_cast<uint32_t>(int32_t{FSize});
   if (count == 1 && uint64_t{index} + 1 < static_cast<uint32_t>(FArray.Length())) [[likely]] {
-    FArray.Data()[index] = value;
-    FSize = static_cast<int32_t>(index + 1);
+    FArray[FSize] = value;
+    FSize = FSize + 1;
     return true;
   }
   return AddSlowly(value, count);
@@ -226,7 +239,12 @@ void TBasicArrayListIntf<T, TList>::AppendItems(const T* items, int32_t count) {
   const int32_t size = CheckedAdd<int32_t>(FSize, count);
   const int32_t spare = FArray.Length() > FSize ? FArray.Length() - FSize : 0;
   const int32_t stored = spare < count ? spare : count;
-  for (int32_t i = 0; i < stored; ++i) FastUnsafeProcedureAdd(items[i]);
+  if constexpr (std::is_trivially_copyable_v<T>) {
+    StoreItems(FSize, items, stored);
+    FSize = FSize + stored;
+  } else {
+    for (int32_t i = 0; i < stored; ++i) FastUnsafeProcedureAdd(items[i]);
+  }
   if (stored == count) return;
   if (FArray.Length() != FSize) RaiseRangeError();
   FArray.Insert(FSize, items + stored, count - stored);
@@ -279,7 +297,7 @@ void TBasicArrayListIntf<T, TList>::AssignItems(const T* items, int32_t count) {
   if (FArray.Length() < count) FArray.SetLength(count);
   ResetItems(count, before);
   FSize = count;
-  for (int32_t i = 0; i < count; ++i) Detail::ReplaceItem(FArray[i], items[i]);
+  StoreItems(0, items, count);
 }
 
 template <class T, class TList>
@@ -360,9 +378,13 @@ void TBasicArrayListIntf<T, TList>::DeleteItems(int32_t index, int32_t count) {
   const int32_t size = FSize - count;
   const int32_t length = FArray.Length() - count;
   if (length >= FSize) {
-    // The deleted items change places with the last slots: the other spare slots stay.
+    // Spare slots stay where they are; as many as items are deleted are cut off at the end.
     FArray.CloseGap(index, count, FSize);
-    for (int32_t i = 0; i < count; ++i) std::swap(FArray[size + i], FArray[length + i]);
+    if constexpr (std::is_trivially_destructible_v<T>) {
+      ResetItems(size, FSize);
+    } else {
+      for (int32_t i = 0; i < count; ++i) std::swap(FArray[size + i], FArray[length + i]);
+    }
   } else {
     FArray.CloseGap(index, count, FArray.Length());
   }

@@ -9,7 +9,6 @@ namespace Detail {
 
 using TProcList = TRef<ILinkedList<TProc<>>>;
 
-
 /// The threads that are in a notification of one object. Any number of them may come and go at a
 /// time; each asks for itself alone.
 class TNotifyThreadSet {
@@ -98,7 +97,9 @@ TChangeNotifySupport::~TChangeNotifySupport() {
   }
 }
 
-TRef<IChangeNotifySupport> TChangeNotifySupport::Make() { return Create<TChangeNotifySupport>(); }
+TRef<IChangeNotifySupport> TChangeNotifySupport::Make() {
+  return Create<TChangeNotifySupport>();
+}
 
 void TChangeNotifySupport::ChangeNotify() {
   if (!FChangeNotifyList) return;

@@ -41,11 +41,11 @@ class IChangeNotifySupport : public virtual IInterface {
   /// A subscriber is found by its identity, which a bare lambda does not have: keep what Add...
   /// returned.
   template <class F>
-    requires(!std::is_same_v<F, TProc<>> && std::is_invocable_v<const F&>)
-  bool RemoveChangeNotification(const F& lambda) = delete;
+  requires(!std::is_same_v<F, TProc<>> &&
+           std::is_invocable_v<const F&>) bool RemoveChangeNotification(const F& lambda) = delete;
   template <class F>
-    requires(!std::is_same_v<F, TProc<>> && std::is_invocable_v<const F&>)
-  bool RemoveDestroyNotification(const F& lambda) = delete;
+  requires(!std::is_same_v<F, TProc<>> &&
+           std::is_invocable_v<const F&>) bool RemoveDestroyNotification(const F& lambda) = delete;
 };
 
 /// The subscribers of one object. Its end calls those to the end, which may find the object that

@@ -108,8 +108,9 @@ class TLinkedListIntf : public TBasicLinkedListIntf<T, I> {
 /// A linked list of interface references or function objects: equality is identity.
 template <class T, class I>
 class TInterfaceLinkedListIntf : public TBasicLinkedListIntf<T, I> {
-  static_assert(requires { typename T::TTarget; },
-                "The items of an interface list are references or function objects.");
+  static_assert(
+      requires { typename T::TTarget; },
+      "The items of an interface list are references or function objects.");
 
  public:
   TRef<ILinkedList<T>> CreateList() const override;
@@ -127,40 +128,38 @@ class TLinkedListMakers {
   static TRef<TList> Make() { return Create(); }
   /// The items of an enumerable. Asserts that there is one.
   template <class S>
-    requires(Detail::LeadsTo<S, IEnumerable<T>> || Detail::LeadsTo<S, ISizeEnumerable<T>>)
-  static TRef<TClass> CreateEnumerable(const S& source) {
+  requires(Detail::LeadsTo<S, IEnumerable<T>> ||
+           Detail::LeadsTo<
+               S, ISizeEnumerable<T>>) static TRef<TClass> CreateEnumerable(const S& source) {
     return CreateFrom(Detail::TSource<T>(source));
   }
   template <class S>
-    requires(Detail::LeadsTo<S, IEnumerable<T>> || Detail::LeadsTo<S, ISizeEnumerable<T>>)
-  static TRef<TList> MakeEnumerable(const S& source) {
+  requires(
+      Detail::LeadsTo<S, IEnumerable<T>> ||
+      Detail::LeadsTo<S, ISizeEnumerable<T>>) static TRef<TList> MakeEnumerable(const S& source) {
     return CreateEnumerable(source);
   }
   /// The items of an enumerator, by interface or as an object that is taken over.
   template <class S>
-    requires(Detail::LeadsTo<S, IEnumerator<T>> || Detail::EnumeratorObjectOf<S, T>)
-  static TRef<TClass> CreateEnumerator(S&& source) {
+  requires(Detail::LeadsTo<S, IEnumerator<T>> ||
+           Detail::EnumeratorObjectOf<S, T>) static TRef<TClass> CreateEnumerator(S&& source) {
     return CreateFrom(Detail::TSource<T>(std::forward<S>(source)));
   }
   template <class S>
-    requires(Detail::LeadsTo<S, IEnumerator<T>> || Detail::EnumeratorObjectOf<S, T>)
-  static TRef<TList> MakeEnumerator(S&& source) {
+  requires(Detail::LeadsTo<S, IEnumerator<T>> ||
+           Detail::EnumeratorObjectOf<S, T>) static TRef<TList> MakeEnumerator(S&& source) {
     return CreateEnumerator(std::forward<S>(source));
   }
   /// Copies of the items of an array, vector, span or list in braces.
   template <class S>
-    requires ContiguousOf<S, T>
-  static TRef<TClass> CreateArray(const S& items) {
-    return CreateFrom(Detail::TSource<T>(items));
-  }
+  requires ContiguousOf<S, T>
+  static TRef<TClass> CreateArray(const S& items) { return CreateFrom(Detail::TSource<T>(items)); }
   static TRef<TClass> CreateArray(std::initializer_list<T> items) {
     return CreatePointer(items.begin(), Detail::CountOfSize(items.size()));
   }
   template <class S>
-    requires ContiguousOf<S, T>
-  static TRef<TList> MakeArray(const S& items) {
-    return CreateArray(items);
-  }
+  requires ContiguousOf<S, T>
+  static TRef<TList> MakeArray(const S& items) { return CreateArray(items); }
   static TRef<TList> MakeArray(std::initializer_list<T> items) { return CreateArray(items); }
   /// Copies of `count` items at `items`.
   static TRef<TClass> CreatePointer(const T* items, int32_t count) {
@@ -171,15 +170,11 @@ class TLinkedListMakers {
   }
   /// A copy of another list. Asserts that there is one.
   template <class S>
-    requires Detail::LeadsTo<S, ISizeEnumerable<T>>
-  static TRef<TClass> CreateCopy(const S& list) {
-    return CreateFrom(Detail::TSource<T>(list));
-  }
+  requires Detail::LeadsTo<S, ISizeEnumerable<T>>
+  static TRef<TClass> CreateCopy(const S& list) { return CreateFrom(Detail::TSource<T>(list)); }
   template <class S>
-    requires Detail::LeadsTo<S, ISizeEnumerable<T>>
-  static TRef<TList> MakeCopy(const S& list) {
-    return CreateCopy(list);
-  }
+  requires Detail::LeadsTo<S, ISizeEnumerable<T>>
+  static TRef<TList> MakeCopy(const S& list) { return CreateCopy(list); }
 
  private:
   static TRef<TClass> CreateFrom(const Detail::TSource<T>& source) {
@@ -199,9 +194,8 @@ class TLinkedList : public TLinkedListIntf<T, ILinkedList<T>>,
 
 /// The linked list of interface references or function objects.
 template <class T>
-class TInterfaceLinkedList
-    : public TInterfaceLinkedListIntf<T, ILinkedList<T>>,
-      public TLinkedListMakers<TInterfaceLinkedList<T>, T, ILinkedList<T>> {
+class TInterfaceLinkedList : public TInterfaceLinkedListIntf<T, ILinkedList<T>>,
+                             public TLinkedListMakers<TInterfaceLinkedList<T>, T, ILinkedList<T>> {
  public:
   TInterfaceLinkedList() {}
 };

@@ -2,10 +2,9 @@
 #pragma once
 // The chain of nodes inside a linked list: what is linked, what is marked, who walks it.
 
+#include <new>
 #include <talvo/containers/list/NodePool.h>
 #include <talvo/runtime/Checked.h>
-
-#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -20,7 +19,9 @@ enum class TRemoval {
 };
 
 /// Whether the content of the list is another one now.
-constexpr bool IsChange(TRemoval removal) { return removal >= TRemoval::Marked; }
+constexpr bool IsChange(TRemoval removal) {
+  return removal >= TRemoval::Marked;
+}
 
 template <class T>
 struct TLinkedNode {

@@ -137,14 +137,13 @@ class TLinkedListVerbs : public virtual TBase {
   /// The first item that satisfies the predicate; without one, adds the factory's result (or the
   /// value) and answers that.
   template <PredicateOf<T> F, class V>
-    requires(Detail::FactoryOf<V, T> || std::is_convertible_v<V &&, T>)
-  T FindOrAdd(F&& predicate, V&& valueOrFactory);
+  requires(Detail::FactoryOf<V, T> || std::is_convertible_v<V&&, T>) T
+      FindOrAdd(F&& predicate, V&& valueOrFactory);
 
   /// Adds a sequence, as it is when the call is made: a list may be appended to itself. When the
   /// sequence raises, nothing is added.
   template <class S>
-    requires Detail::SourceOf<S, T>
-  TList& Append(S&& source) {
+  requires Detail::SourceOf<S, T> TList& Append(S&& source) {
     TList& self = Self();
     this->DoAppend(Detail::TSource<T>(std::forward<S>(source)));
     return self;
@@ -160,8 +159,7 @@ class TLinkedListVerbs : public virtual TBase {
 
   /// AddUnique for each item of a sequence. O(n * m).
   template <class S>
-    requires Detail::SourceOf<S, T>
-  TList& AppendUnique(S&& source) {
+  requires Detail::SourceOf<S, T> TList& AppendUnique(S&& source) {
     return AppendUniqueSource(Detail::TSource<T>(std::forward<S>(source)));
   }
   TList& AppendUnique(const T* items, int32_t count) {
@@ -174,8 +172,7 @@ class TLinkedListVerbs : public virtual TBase {
   /// Clears the list and adds a sequence. Assigning a list to itself does nothing; when the
   /// sequence raises, the list is as it was.
   template <class S>
-    requires Detail::SourceOf<S, T>
-  TList& Assign(S&& source) {
+  requires Detail::SourceOf<S, T> TList& Assign(S&& source) {
     TList& self = Self();
     this->DoAssign(Detail::TSource<T>(std::forward<S>(source)));
     return self;
@@ -209,8 +206,7 @@ class TLinkedListVerbs : public virtual TBase {
   }
   /// The same, handed to `action`; from an empty list nothing.
   template <ActionOn<T> A>
-    requires(!std::is_same_v<std::remove_cvref_t<A>, T>)
-  TList& PopFirst(A&& action) {
+  requires(!std::is_same_v<std::remove_cvref_t<A>, T>) TList& PopFirst(A&& action) {
     TList& self = Self();
     IfPopFirst(action);
     return self;
@@ -218,8 +214,7 @@ class TLinkedListVerbs : public virtual TBase {
   /// The same; whether there was one.
   bool IfPopFirst(T& item) { return this->DoPopFirst(item) != Detail::TRemoval::Missed; }
   template <ActionOn<T> A>
-    requires(!std::is_same_v<std::remove_cvref_t<A>, T>)
-  bool IfPopFirst(A&& action);
+  requires(!std::is_same_v<std::remove_cvref_t<A>, T>) bool IfPopFirst(A&& action);
 
   /// Removes the first item equal to `value`; whether there was one.
   bool FindAndRemoveOne(const T& value);
@@ -229,22 +224,21 @@ class TLinkedListVerbs : public virtual TBase {
   bool FindAndRemoveOne(F&& predicate, T& item);
   /// The same, handed to `action` in either case.
   template <PredicateOf<T> F, ActionOn<T> A>
-    requires(!std::is_same_v<std::remove_cvref_t<A>, T>)
-  TList& FindAndRemoveOne(F&& predicate, A&& action);
+  requires(!std::is_same_v<std::remove_cvref_t<A>, T>) TList& FindAndRemoveOne(F&& predicate,
+                                                                               A&& action);
   /// Removes the first item that equals `value` or satisfies the predicate. O(Count()).
   template <class X>
-    requires(Detail::ValueArgument<X, T> || Detail::PredicateArgument<X, T>)
-  TList& RemoveOne(X&& valueOrPredicate);
+  requires(Detail::ValueArgument<X, T> ||
+           Detail::PredicateArgument<X, T>) TList& RemoveOne(X&& valueOrPredicate);
 
   /// Removes all items that equal `value` or satisfy the predicate, which is asked from the first
   /// item to the last. O(Count()).
   template <class X>
-    requires(Detail::ValueArgument<X, T> || Detail::PredicateArgument<X, T>)
-  TList& RemoveAll(X&& valueOrPredicate);
+  requires(Detail::ValueArgument<X, T> ||
+           Detail::PredicateArgument<X, T>) TList& RemoveAll(X&& valueOrPredicate);
   /// RemoveOne for each item of a sequence. O(n * m).
   template <class S>
-    requires Detail::SourceOf<S, T>
-  TList& RemoveAll(S&& source) {
+  requires Detail::SourceOf<S, T> TList& RemoveAll(S&& source) {
     return RemoveAllSource(Detail::TSource<T>(std::forward<S>(source)));
   }
   TList& RemoveAll(const T* items, int32_t count) {

@@ -89,7 +89,7 @@ int32_t TListVerbs<T, TList, TBase>::FindIf(F& predicate) const {
   Detail::AssertCallable(predicate);
   const Detail::TListState<T> state = this->GetState();
   for (int32_t i = 0; i < *state.Count; ++i) {
-    if (predicate((*state.Items)[i])) return i;
+    if (predicate(std::as_const((*state.Items)[i]))) return i;
   }
   return -1;
 }

@@ -35,12 +35,8 @@ class TBasicNotifyArrayListIntf : public Detail::TChangeNotifier<TBase> {
   }
   bool DoAdd(const T& value, int32_t count) override { return Tell(TBase::DoAdd(value, count)); }
   bool DoAddFront(const T& value) override { return Tell(TBase::DoAddFront(value)); }
-  bool DoAppend(const Detail::TSource<T>& source) override {
-    return Tell(TBase::DoAppend(source));
-  }
-  bool DoAssign(const Detail::TSource<T>& source) override {
-    return Tell(TBase::DoAssign(source));
-  }
+  bool DoAppend(const Detail::TSource<T>& source) override { return Tell(TBase::DoAppend(source)); }
+  bool DoAssign(const Detail::TSource<T>& source) override { return Tell(TBase::DoAssign(source)); }
   bool DoDelete(int32_t index, int32_t count) override {
     return Tell(TBase::DoDelete(index, count));
   }

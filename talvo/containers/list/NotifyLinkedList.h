@@ -27,12 +27,8 @@ class TBasicNotifyLinkedList : public Detail::TChangeNotifier<TBase> {
     TBase::DoAddFirst(value);
     this->ChangeNotify();
   }
-  bool DoAppend(const Detail::TSource<T>& source) override {
-    return Tell(TBase::DoAppend(source));
-  }
-  bool DoAssign(const Detail::TSource<T>& source) override {
-    return Tell(TBase::DoAssign(source));
-  }
+  bool DoAppend(const Detail::TSource<T>& source) override { return Tell(TBase::DoAppend(source)); }
+  bool DoAssign(const Detail::TSource<T>& source) override { return Tell(TBase::DoAssign(source)); }
   Detail::TRemoval DoPopFirst(T& item) override { return Tell(TBase::DoPopFirst(item)); }
   Detail::TRemoval DoRemoveOne(TFunctionRef<bool(const T&)> accept) override {
     return Tell(TBase::DoRemoveOne(accept));

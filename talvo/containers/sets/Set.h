@@ -33,14 +33,14 @@ class TSetMakers {
   }
   static TRef<TSetI> Make(std::initializer_list<T> items) { return Create(items); }
   /// The items of another set, or of any other sequence. Asserts that there is one.
-  template <class S>
-  requires Detail::SourceOf<S, T>
+  template <Detail::SourceOf<T> S>
   static TRef<TClass> Create(S&& items) {
     return CreateFrom(Detail::TSource<T>(std::forward<S>(items)));
   }
-  template <class S>
-  requires Detail::SourceOf<S, T>
-  static TRef<TSetI> Make(S&& items) { return Create(std::forward<S>(items)); }
+  template <Detail::SourceOf<T> S>
+  static TRef<TSetI> Make(S&& items) {
+    return Create(std::forward<S>(items));
+  }
 
  private:
   static TRef<TClass> CreateFrom(const Detail::TSource<T>& items) {
@@ -95,3 +95,15 @@ class TSet
 }  // namespace Talvo
 
 #include <talvo/containers/sets/Set.inl.h>
+
+// The sets of common types are compiled once, in Set.cpp.
+#define TALVO_SET(Template, T)                                                                   \
+  Template Rtl::TDictionary<T, int32_t>;                                                         \
+  Template                                                                                       \
+      Detail::TDictionaryHolder<Rtl::TDictionary<T, int32_t>, TInterfacedChangeNotifyObject<T>>; \
+  Template TSet<T>
+
+namespace Talvo {
+TALVO_SET(extern template class TALVO_API, int32_t);
+TALVO_SET(extern template class TALVO_API, string);
+}  // namespace Talvo

@@ -9,6 +9,14 @@
 #include <talvo/containers/dictionary/DictionaryVerbs.h>
 
 namespace Talvo {
+namespace Detail {
+
+/// One item to look for, and no sequence of items.
+template <class X, class T>
+concept ItemArgument = std::is_same_v<std::remove_cvref_t<X>, T> ||
+    (std::convertible_to<X&, TLookupKey<T>> && !SourceOf<X, T>);
+
+}  // namespace Detail
 
 /// The virtual core of sets. Mutators answer whether the content changed.
 template <class T>
@@ -69,14 +77,13 @@ class TSetVerbs : public virtual TBase {
   // --- Adding ---------------------------------------------------------------------------------
 
   /// Adds an item that is not there yet, behind the others. Amortised O(1).
-  template <class Q = T>
-  requires Detail::KeyFor<Q, T> TSetI& Add(Q&& item) {
+  template <Detail::KeyFor<T> Q = T>
+  TSetI& Add(Q&& item) {
     IfAdd(std::forward<Q>(item));
     return Self();
   }
   /// The same; whether it added.
-  template <class Q = T>
-  requires Detail::KeyFor<Q, T>
+  template <Detail::KeyFor<T> Q = T>
   bool IfAdd(Q&& item) {
     if constexpr (Detail::BorrowedKey<Q, T>) {
       return this->DoAdd(item);
@@ -86,8 +93,8 @@ class TSetVerbs : public virtual TBase {
   }
 
   /// Adds each item of a source that is not there yet.
-  template <class S>
-  requires Detail::SourceOf<S, T> TSetI& Append(S&& source) {
+  template <Detail::SourceOf<T> S>
+  TSetI& Append(S&& source) {
     this->DoAppend(Detail::TSource<T>(std::forward<S>(source)));
     return Self();
   }
@@ -96,16 +103,16 @@ class TSetVerbs : public virtual TBase {
     return Self();
   }
   /// As Append.
-  template <class S>
-  requires Detail::SourceOf<S, T> TSetI& Union(S&& source) {
+  template <Detail::SourceOf<T> S>
+  TSetI& Union(S&& source) {
     return Append(std::forward<S>(source));
   }
   TSetI& Union(std::initializer_list<T> items) { return Append(items); }
 
   /// Replaces the content by the items of a source, in its order. When the source raises, the set
   /// is as it was. A walk that is under way ends or goes on among the new items.
-  template <class S>
-  requires Detail::SourceOf<S, T> TSetI& Assign(S&& source) {
+  template <Detail::SourceOf<T> S>
+  TSetI& Assign(S&& source) {
     this->DoAssign(Detail::TSource<T>(std::forward<S>(source)));
     return Self();
   }
@@ -117,16 +124,14 @@ class TSetVerbs : public virtual TBase {
   // --- Taking out -----------------------------------------------------------------------------
 
   /// Removes an item, if it is there.
-  template <class X>
-  requires(std::is_same_v<std::remove_cvref_t<X>, T> ||
-           (std::convertible_to<X&, TLookupKey<T>> &&
-            !Detail::SourceOf<X, T>)) TSetI& Remove(X&& item) {
+  template <Detail::ItemArgument<T> X>
+  TSetI& Remove(X&& item) {
     this->DoRemove(item);
     return Self();
   }
   /// Removes each item of a source.
-  template <class S>
-  requires Detail::SourceOf<S, T> TSetI& Remove(S&& source) {
+  template <Detail::SourceOf<T> S>
+  TSetI& Remove(S&& source) {
     this->DoRemoveSource(Detail::TSource<T>(std::forward<S>(source)));
     return Self();
   }
@@ -151,8 +156,8 @@ class TSetVerbs : public virtual TBase {
     return Self();
   }
   /// Removes what the source does not hold. When the source raises, the set is as it was.
-  template <class S>
-  requires Detail::SourceOf<S, T> TSetI& Intersect(S&& source) {
+  template <Detail::SourceOf<T> S>
+  TSetI& Intersect(S&& source) {
     this->DoIntersect(Detail::TSource<T>(std::forward<S>(source)));
     return Self();
   }
@@ -172,8 +177,7 @@ class TSetVerbs : public virtual TBase {
 
   /// Whether the source holds all items of this set. A source without items at hand is walked
   /// once, into a copy.
-  template <class S>
-  requires Detail::SourceOf<S, T>
+  template <Detail::SourceOf<T> S>
   bool IsSubsetOf(S&& source) const {
     return IsSubsetOfSource(Detail::TSource<T>(std::forward<S>(source)));
   }
@@ -181,8 +185,7 @@ class TSetVerbs : public virtual TBase {
     return IsSubsetOfSource(Detail::SourceOfBraces(items));
   }
   /// Whether this set holds all items of the source.
-  template <class S>
-  requires Detail::SourceOf<S, T>
+  template <Detail::SourceOf<T> S>
   bool IsSupersetOf(S&& source) const {
     return IsSupersetOfSource(Detail::TSource<T>(std::forward<S>(source)));
   }
@@ -190,8 +193,7 @@ class TSetVerbs : public virtual TBase {
     return IsSupersetOfSource(Detail::SourceOfBraces(items));
   }
   /// Whether this set holds any item of the source.
-  template <class S>
-  requires Detail::SourceOf<S, T>
+  template <Detail::SourceOf<T> S>
   bool Overlaps(S&& source) const {
     return OverlapsSource(Detail::TSource<T>(std::forward<S>(source)));
   }

@@ -170,9 +170,13 @@ class TTreeComparison {
     if (left.IsPacked() && right.IsPacked() && !left.At().HasObjects && !right.At().HasObjects) {
       return TapesAgree(left, right);
     }
-    const bool isInside = FStack.Count() > 0;
-    FTapes.Hold(left.Tape, isInside ? FStack.Last().Left.Tape : nullptr);
-    FTapes.Hold(right.Tape, isInside ? FStack.Last().Right.Tape : nullptr);
+    const TJsonTape* held[2] = {};
+    if (FStack.Count() > 0) {
+      held[0] = FStack.Last().Left.Tape;
+      held[1] = FStack.Last().Right.Tape;
+    }
+    FTapes.Hold(left.Tape, held[0], held[1]);
+    FTapes.Hold(right.Tape, held[0], held[1]);
     if (pair.Left.IsObject) FRightMembers.emplace_back(right);
     FStack.Add(pair);
     return true;

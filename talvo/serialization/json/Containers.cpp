@@ -81,7 +81,7 @@ template <class TElement>
 void SeePacked(const TElement& element, TJsonValueRef& value) {
   const TJsonTape* tape = TJsonAccess::TapeOf(element);
   if (!tape) return;
-  if (tape->HasDuplicates) {
+  if (tape->HasDuplicates()) {
     element.Value();
     return;
   }
@@ -153,9 +153,9 @@ TRef<TArrayJsonElement> TArrayJsonElement::Make() {
 }
 
 TRef<TArrayJsonElement> TArrayJsonElement::Make(
-    std::initializer_list<TRef<TJsonElement>> elements) {
+    std::initializer_list<TRef<IJsonElement>> elements) {
   TRef<TArrayJsonElement> made = Make();
-  for (const TRef<TJsonElement>& element : elements) made->Add(element);
+  for (const TRef<IJsonElement>& element : elements) made->Add(element);
   return made;
 }
 
@@ -201,8 +201,12 @@ TRef<TArrayJsonElement> SharedCopy(const TArrayJsonElement& array) {
   return Create<TArrayJsonElement>(TAccess::ShareTape(array), TAccess::NodeOf(array));
 }
 
-/// Adds copies of all items of `source` to `target`; arrays inside arrays are worked off from
-/// a list.
+TRef<IJsonElement> CopyOf(const TRef<IJsonElement>& element) {
+  return element ? element->CreateCopy() : nullptr;
+}
+
+/// Adds copies of all items of `source` to `target`, a list of the copy's own; arrays inside arrays
+/// are worked off from a list.
 void CopyItems(const TRef<IJsonArray>& source, const TRef<IJsonArray>& target) {
   struct TPending {
     TRef<IJsonArray> Source, Target;
@@ -217,7 +221,7 @@ void CopyItems(const TRef<IJsonArray>& source, const TRef<IJsonArray>& target) {
       const TRef<IJsonElement> item = next.Source->Items(i);
       const TArrayJsonElement* array = PlainArray(item);
       if (!array) {
-        next.Target->Append({item ? item->CreateCopy() : nullptr});
+        next.Target->Append({CopyOf(item)});
       } else if (TRef<TArrayJsonElement> shared = SharedCopy(*array)) {
         next.Target->Append({TRef<IJsonElement>(std::move(shared))});
       } else {
@@ -243,7 +247,11 @@ void TArrayJsonElement::Assign(const TRef<IJsonElement>& other) {
   if (!other || !other->GetArray(source)) return;
   const TRef<IJsonArray> target = Value();
   target->Clear();
-  CopyItems(source, target);
+  target->SetCapacity(source->Count(), /*allowsTruncation*/ false);
+  for (int32_t i = 0; i < source->Count(); ++i) {
+    // Each copy is whole before it is added: the target may stand somewhere below the source.
+    target->Append({CopyOf(source->Items(i))});
+  }
 }
 
 // --- Objects --------------------------------------------------------------------------------
@@ -318,7 +326,7 @@ void TObjectJsonElement::Assign(const TRef<IJsonElement>& other) {
   const TRef<IJsonObject> target = Value();
   target->Clear();
   for (const auto& [key, value] : source) {
-    target->Add(key, value ? value->CreateCopy() : nullptr);
+    target->Add(key, CopyOf(value));
   }
 }
 

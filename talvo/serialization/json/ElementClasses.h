@@ -188,10 +188,10 @@ class TALVO_API TArrayJsonElement : public TArrayNoCreateElement<TRef<IJsonArray
 
   /// Over a new empty list; over a new list of the given elements; over the given list.
   static TRef<TArrayJsonElement> Make();
-  static TRef<TArrayJsonElement> Make(std::initializer_list<TRef<TJsonElement>> elements);
+  static TRef<TArrayJsonElement> Make(std::initializer_list<TRef<IJsonElement>> elements);
   static TRef<TArrayJsonElement> Make(TRef<IJsonArray> array);
   static TRef<TArrayJsonElement> Create() { return Make(); }
-  static TRef<TArrayJsonElement> Create(std::initializer_list<TRef<TJsonElement>> elements) {
+  static TRef<TArrayJsonElement> Create(std::initializer_list<TRef<IJsonElement>> elements) {
     return Make(elements);
   }
   static TRef<TArrayJsonElement> Create(TRef<IJsonArray> array) { return Make(std::move(array)); }

@@ -52,33 +52,25 @@ class TFile {
   std::FILE* FFile;
 };
 
-class TByteSink final : public Detail::TJsonSink<char> {
- public:
-  std::string Bytes;
-
- private:
-  void Write(const char* units, size_t count) override { Bytes.append(units, count); }
-};
-
 class TStreamSink final : public Detail::TJsonSink<char> {
  public:
   explicit TStreamSink(std::ostream& stream) : FStream(stream) {}
-
- private:
-  void Write(const char* units, size_t count) override {
+  void Write(const char* units, size_t count, double) override {
     if (!FStream.write(units, static_cast<std::streamsize>(count))) {
       throw EInOutError(u"Cannot write to the stream");
     }
   }
+
+ private:
   std::ostream& FStream;
 };
 
 class TFileSink final : public Detail::TJsonSink<char> {
  public:
   explicit TFileSink(TFile& file) : FFile(file) {}
+  void Write(const char* units, size_t count, double) override { FFile.Write(units, count); }
 
  private:
-  void Write(const char* units, size_t count) override { FFile.Write(units, count); }
   TFile& FFile;
 };
 
@@ -132,9 +124,9 @@ bool IsLiveValid(const Detail::TJsonValueRef& value, std::vector<Detail::TJsonVa
 
 std::string JsonToUtf8(const TRef<IJsonElement>& element, const TRef<IJsonFormatter>& formatter,
                        TSurrogates surrogates) {
-  TByteSink sink;
+  Detail::TJsonStringSink<char> sink;
   Detail::WriteJsonText(sink, Instance(element), formatter, surrogates);
-  return std::move(sink.Bytes);
+  return std::move(sink.Text);
 }
 
 void WriteJson(std::ostream& stream, const TRef<IJsonElement>& element,

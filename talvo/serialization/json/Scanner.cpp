@@ -1,69 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/serialization/json/Scanner.h>
 
-#include <bit>
-#include <talvo/runtime/Numbers.h>
-#include <talvo/runtime/UnicodeDigits.h>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include <algorithm>
 
 namespace Talvo::Detail {
-namespace {
-
-constexpr bool IsAsciiDigit(uint32_t unit) {
-  return unit - '0' < 10;
-}
-
-/// Whether a unit stands for itself inside a string.
-template <class TUnit>
-constexpr bool IsPlain(TUnit unit) {
-  return static_cast<std::make_unsigned_t<TUnit>>(unit) >= 32 && unit != '"' && unit != '\\';
-}
-
-#if defined(__SSE2__)
-/// How many of the 16 bytes of UTF-8 at `text` are ASCII and plain, up to the first that is not.
-inline int PlainRun(__m128i bytes) {
-  const __m128i isQuote = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('"'));
-  const __m128i isBackslash = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'));
-  // As signed numbers, control units and all beyond ASCII are below 32.
-  const __m128i isOther = _mm_cmplt_epi8(bytes, _mm_set1_epi8(32));
-  const int stops = _mm_movemask_epi8(_mm_or_si128(_mm_or_si128(isQuote, isBackslash), isOther));
-  return stops == 0 ? 16 : __builtin_ctz(static_cast<unsigned>(stops));
-}
-/// The same for the 8 units of UTF-16, all of which may be plain.
-inline int PlainRun16(__m128i units) {
-  const __m128i isQuote = _mm_cmpeq_epi16(units, _mm_set1_epi16('"'));
-  const __m128i isBackslash = _mm_cmpeq_epi16(units, _mm_set1_epi16('\\'));
-  const __m128i isControl =
-      _mm_cmpeq_epi16(_mm_subs_epu16(units, _mm_set1_epi16(31)), _mm_setzero_si128());
-  const int stops = _mm_movemask_epi8(_mm_or_si128(_mm_or_si128(isQuote, isBackslash), isControl));
-  return stops == 0 ? 8 : __builtin_ctz(static_cast<unsigned>(stops)) / 2;
-}
-#endif
-
-/// Decodes one character beyond ASCII of well-formed UTF-8.
-const char* DecodeUtf8(const char* at, char16_t*& out) {
-  const auto byte = [&](int i) { return static_cast<uint32_t>(static_cast<uint8_t>(at[i])); };
-  if (byte(0) < 0xE0) {
-    *out++ = static_cast<char16_t>((byte(0) & 0x1F) << 6 | (byte(1) & 0x3F));
-    return at + 2;
-  }
-  if (byte(0) < 0xF0) {
-    *out++ =
-        static_cast<char16_t>((byte(0) & 0x0F) << 12 | (byte(1) & 0x3F) << 6 | (byte(2) & 0x3F));
-    return at + 3;
-  }
-  const uint32_t code =
-      ((byte(0) & 0x07) << 18 | (byte(1) & 0x3F) << 12 | (byte(2) & 0x3F) << 6 | (byte(3) & 0x3F)) -
-      0x10000;
-  *out++ = static_cast<char16_t>(0xD800 + (code >> 10));
-  *out++ = static_cast<char16_t>(0xDC00 + (code & 0x3FF));
-  return at + 4;
-}
-
-}  // namespace
 
 template <class TUnit>
 void TJsonScanner<TUnit>::Error(TJsonParserError code, u16string_view message) {
@@ -76,28 +16,44 @@ void TJsonScanner<TUnit>::Error(TJsonParserError code, u16string_view message) {
   }
 }
 
+/// Makes room for `count` more items, and for what the rest of the text will take if it goes on
+/// like this. No text has more items than units.
 template <class TUnit>
-void TJsonScanner<TUnit>::SkipEmpty() noexcept {
-  using TBits = std::make_unsigned_t<TUnit>;
+template <class E>
+void TJsonScanner<TUnit>::Grow(TTapeBuffer<E>& buffer, size_t count) {
+  constexpr size_t first = 1024, mostTimes = 16;
+  const auto length = static_cast<size_t>(FEnd - FStart);
+  const size_t least = CheckedAdd(buffer.Count(), count);
+  if (buffer.Count() == 0) return buffer.Resize(least + std::min(length / 4, first));
+  const double part = static_cast<double>(FElement - FStart + 1) / static_cast<double>(length);
+  const double expected = static_cast<double>(least) / std::clamp(part, 1.0 / mostTimes, 0.9);
+  buffer.Resize(count + std::min(static_cast<size_t>(expected * 1.1), length));
+}
+
+template <class TUnit>
+TALVO_INLINE void TJsonScanner<TUnit>::SkipEmpty() noexcept {
   const TUnit* at = FElement;
-  if (at != FEnd && static_cast<TBits>(*at) > 32) return;
-#if defined(__SSE2__)
-  constexpr ptrdiff_t step = 16 / sizeof(TUnit);
+  if (at == FEnd || !IsEmpty(*at)) return;
+  if (at + 1 != FEnd && !IsEmpty(at[1])) {
+    ++FElement;
+    return;
+  }
+  SkipRun();
+}
+
+template <class TUnit>
+void TJsonScanner<TUnit>::SkipRun() noexcept {
+  constexpr int step = TUnitBlock<TUnit>::Size * 2;
+  const TUnit* at = FElement;
   while (FEnd - at >= step) {
-    const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
-    const __m128i above = IsUtf8 ? _mm_subs_epu8(units, _mm_set1_epi8(32))
-                                 : _mm_subs_epu16(units, _mm_set1_epi16(32));
-    const __m128i isEmpty = IsUtf8 ? _mm_cmpeq_epi8(above, _mm_setzero_si128())
-                                   : _mm_cmpeq_epi16(above, _mm_setzero_si128());
-    const unsigned others = static_cast<unsigned>(_mm_movemask_epi8(isEmpty)) ^ 0xFFFF;
-    if (others) {
-      FElement = at + __builtin_ctz(others) / sizeof(TUnit);
+    const int run = TUnitBlock<TUnit>::EmptyRun(at);
+    at += run;
+    if (run < step) {
+      FElement = at;
       return;
     }
-    at += step;
   }
-#endif
-  while (at != FEnd && static_cast<TBits>(*at) <= 32) ++at;
+  while (at != FEnd && IsEmpty(*at)) ++at;
   FElement = at;
 }
 
@@ -122,30 +78,15 @@ bool TJsonScanner<TUnit>::SkipText(u16string_view text) noexcept {
   return true;
 }
 
-/// Whether a decimal digit of any script stands at the cursor.
-template <class TUnit>
-bool TJsonScanner<TUnit>::IsDigit() const noexcept {
-  if (FElement == FEnd) return false;
-  if constexpr (IsUtf8) {
-    const auto lead = static_cast<uint8_t>(*FElement);
-    if (lead < 0x80) return IsAsciiDigit(lead);
-    if (lead >= 0xF0) return false;  // two units in UTF-16, neither of them a digit
-    char16_t unit;
-    char16_t* out = &unit;
-    DecodeUtf8(FElement, out);
-    return IsUnicodeDecimalDigit(unit);
-  } else {
-    return IsUnicodeDecimalDigit(*FElement);
-  }
-}
-
 template <class TUnit>
 TRef<IJsonElement> TJsonScanner<TUnit>::Scan() {
   SkipEmpty();
   if (FElement == FEnd) return TObjectJsonElement::Make();
+  // A text that looks as if it had more is text, in strings; then the nodes have to grow.
+  FNodes.Resize(std::min(MostNodes(FElement, FEnd), static_cast<size_t>(FEnd - FElement) / 4 + 8));
   TOutcome outcome = ParseValue();
   while (FOpenNode != NoNode) {
-    const bool isObject = FTape->Nodes[FOpenNode].Kind == TJsonKind::Object;
+    const bool isObject = FNodes[FOpenNode].Kind == TJsonKind::Object;
     if (outcome == TOutcome::Opened || EndMember(outcome)) {
       outcome = isObject ? ParseMember() : ParseValue();
     } else {
@@ -155,9 +96,12 @@ TRef<IJsonElement> TJsonScanner<TUnit>::Scan() {
     }
   }
   if (outcome == TOutcome::Failed) return nullptr;
-  FTape->Nodes.Trim();
-  FTape->Characters.Trim();
-  return NewElement(FTape, 0);
+  FNodes.Trim(/*spare*/ 0);
+  FCharacters.Trim(TJsonTape::Padding);
+  const TRef<TJsonTape> tape = Create<TJsonTape>();
+  tape->Nodes = std::move(FNodes);
+  tape->Characters = std::move(FCharacters);
+  return NewElement(tape, 0);
 }
 
 template <class TUnit>
@@ -178,7 +122,7 @@ typename TJsonScanner<TUnit>::TOutcome TJsonScanner<TUnit>::ParseValue() {
     case 'f':
       return ParseBoolean();
     default:
-      if (Unit() == '-' || IsDigit()) return ParseNumber();
+      if (Unit() == '-' || IsAsciiDigit(CodeOf(Unit())) || IsDigit()) return ParseNumber();
       Error(TJsonParserError::UnrecognisedObjectElement, u"Unrecognised object element");
       return TOutcome::Failed;
   }
@@ -188,13 +132,13 @@ typename TJsonScanner<TUnit>::TOutcome TJsonScanner<TUnit>::ParseValue() {
 template <class TUnit>
 typename TJsonScanner<TUnit>::TOutcome TJsonScanner<TUnit>::ParseMember() {
   for (;;) {
-    const size_t node = FTape->Nodes.Count();
+    const size_t node = FNodes.Count();
     if (!ParseString()) return TOutcome::KeyFailed;
     SkipEmpty();
     if (Unit() == ':') break;
     Error(TJsonParserError::ExpectedColon, u"Expected ':'");
     Advance();
-    FTape->Nodes.SetCount(node);
+    FNodes.SetCount(node);
   }
   Advance();
   return ParseValue();
@@ -203,13 +147,13 @@ typename TJsonScanner<TUnit>::TOutcome TJsonScanner<TUnit>::ParseMember() {
 /// Takes the outcome of a value into the open container and looks for the comma behind it. False
 /// when the container ends at the cursor.
 template <class TUnit>
-bool TJsonScanner<TUnit>::EndMember(TOutcome outcome) {
-  TTapeNode& container = FTape->Nodes[FOpenNode];
+TALVO_INLINE bool TJsonScanner<TUnit>::EndMember(TOutcome outcome) {
+  TTapeNode& container = FNodes[FOpenNode];
   const bool isObject = container.Kind == TJsonKind::Object;
   if (outcome == TOutcome::Complete) {
     CheckedInc(container.Length);
   } else if (outcome == TOutcome::Failed && isObject) {
-    FTape->Nodes.SetCount(FTape->Nodes.Count() - 1);
+    FNodes.SetCount(FNodes.Count() - 1);
   }
   SkipEmpty();
   const TUnit unit = Unit();
@@ -231,8 +175,8 @@ typename TJsonScanner<TUnit>::TOutcome TJsonScanner<TUnit>::Open(TJsonKind kind,
   TTapeNode node(kind);
   node.HasObjects = kind == TJsonKind::Object;
   node.Size = FOpenNode;
-  FOpenNode = FTape->Nodes.Count();
-  FTape->Nodes.Add(node);
+  FOpenNode = FNodes.Count();
+  AddNode(node);
   Advance();
   SkipEmpty();
   if (Unit() != static_cast<TUnit>(closingUnit)) return TOutcome::Opened;
@@ -243,50 +187,11 @@ typename TJsonScanner<TUnit>::TOutcome TJsonScanner<TUnit>::Open(TJsonKind kind,
 
 template <class TUnit>
 void TJsonScanner<TUnit>::Close() {
-  TTapeNode& container = FTape->Nodes[FOpenNode];
+  TTapeNode& container = FNodes[FOpenNode];
   const size_t outer = container.Size;
-  if (container.Kind == TJsonKind::Object && HasDuplicateKeys(container.Length)) {
-    FTape->HasDuplicates = true;
-  }
-  container.Size = FTape->Nodes.Count() - FOpenNode;
-  if (outer != NoNode) FTape->Nodes[outer].HasObjects |= container.HasObjects;
+  container.Size = FNodes.Count() - FOpenNode;
+  if (outer != NoNode) FNodes[outer].HasObjects |= container.HasObjects;
   FOpenNode = outer;
-}
-
-/// Whether two of the innermost object's members have one name.
-template <class TUnit>
-bool TJsonScanner<TUnit>::HasDuplicateKeys(size_t members) {
-  if (members < 2) return false;
-  FKeys.SetCount(0);
-  for (size_t node = FOpenNode + 1; node < FTape->Nodes.Count(); node = FTape->After(node + 1)) {
-    const u16string_view key = FTape->Text(FTape->Nodes[node]);
-    FKeys.Add({node, static_cast<uint32_t>(HashBytes(key.data(), key.size() * 2))});
-  }
-  const auto areEqual = [this](const TKeyMark& left, const TKeyMark& right) {
-    return left.Hash == right.Hash &&
-           FTape->Text(FTape->Nodes[left.Node]) == FTape->Text(FTape->Nodes[right.Node]);
-  };
-  constexpr size_t few = 8;
-  if (members <= few) {
-    for (size_t i = 1; i < members; ++i) {
-      for (size_t j = 0; j < i; ++j) {
-        if (areEqual(FKeys[i], FKeys[j])) return true;
-      }
-    }
-    return false;
-  }
-  const size_t slots = std::bit_ceil(members * 2);
-  FKeyTable.SetCount(0);
-  __builtin_memset(FKeyTable.Room(slots), 0, slots * sizeof(uint32_t));
-  uint32_t* table = FKeyTable.Data();
-  for (size_t i = 0; i < members; ++i) {
-    size_t slot = FKeys[i].Hash & (slots - 1);
-    for (; table[slot] != 0; slot = (slot + 1) & (slots - 1)) {
-      if (areEqual(FKeys[i], FKeys[table[slot] - 1])) return true;
-    }
-    table[slot] = static_cast<uint32_t>(i + 1);
-  }
-  return false;
 }
 
 template <class TUnit>
@@ -308,113 +213,8 @@ typename TJsonScanner<TUnit>::TOutcome TJsonScanner<TUnit>::ParseBoolean() {
   return TOutcome::Failed;
 }
 
-/// A number as far as it was read: its digits as one integer while they fit, and what the point
-/// and the exponent do to it.
 template <class TUnit>
-struct TJsonScanner<TUnit>::TNumberText {
-  const TUnit* First;
-  const TUnit* End = nullptr;
-  uint64_t Digits = 0;
-  int64_t DigitCount = 0;  // digits in Digits, from the first that is not 0
-  bool IsFloat = false;
-  bool IsNegative = false;
-  bool IsAscii = true;
-};
-
-template <class TUnit>
-bool TJsonScanner<TUnit>::SkipDigits(TNumberText& number) {
-  if (!IsDigit()) {
-    Error(TJsonParserError::ExpectedDigit, u"Expected digit");
-    return false;
-  }
-  const TUnit* at = FElement;
-  uint64_t digits = number.Digits;
-  for (; at != FEnd && IsAsciiDigit(static_cast<uint32_t>(*at)); ++at) {
-    digits = digits * 10 + static_cast<uint64_t>(*at - '0');
-    number.DigitCount += digits != 0;
-  }
-  number.Digits = digits;
-  FElement = at;
-  while (IsDigit()) {
-    number.IsAscii = false;
-    ++FElement;
-    if constexpr (IsUtf8) {
-      while (FElement != FEnd && (*FElement & 0xC0) == 0x80) ++FElement;
-    }
-    while (FElement != FEnd && IsAsciiDigit(static_cast<uint32_t>(*FElement))) ++FElement;
-  }
-  return true;
-}
-
-template <class TUnit>
-typename TJsonScanner<TUnit>::TOutcome TJsonScanner<TUnit>::ParseNumber() {
-  TNumberText number{FElement};
-  if (Unit() == '-') {
-    Advance();
-    number.IsNegative = true;
-  }
-  if (Unit() == '0') {
-    Advance();
-  } else if (!SkipDigits(number)) {
-    return TOutcome::Failed;
-  }
-  int32_t scale = 0;
-  if (Unit() == '.') {
-    Advance();
-    number.IsFloat = true;
-    const TUnit* fraction = FElement;
-    if (!SkipDigits(number)) return TOutcome::Failed;
-    scale = FElement - fraction > 400 ? -400 : -static_cast<int32_t>(FElement - fraction);
-  }
-  const bool isPlain = Unit() != 'e' && Unit() != 'E';
-  if (!isPlain) {
-    Advance();
-    number.IsFloat = true;
-    if (Unit() == '+' || Unit() == '-') Advance();
-    TNumberText exponent{FElement};
-    if (!SkipDigits(exponent)) return TOutcome::Failed;
-    number.IsAscii &= exponent.IsAscii;
-  }
-  number.End = FElement;
-  // W. Clinger, "How to Read Floating Point Numbers Accurately", 1990: one operation on two
-  // exact doubles is rounded once.
-  constexpr int32_t maxScale = 22;
-  static constexpr double powers[maxScale + 1] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                                  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                                                  1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-  if (number.IsFloat && isPlain && number.IsAscii && number.DigitCount <= 15 &&
-      scale >= -maxScale) {
-    TTapeNode node(TJsonKind::Double);
-    const double value = static_cast<double>(number.Digits) / powers[-scale];
-    node.Real = number.IsNegative ? -value : value;
-    return AddNode(node);
-  }
-  return AddNode(ConvertNumber(number));
-}
-
-template <class TUnit>
-TTapeNode TJsonScanner<TUnit>::ConvertNumber(const TNumberText& number) {
-  using TView = std::basic_string_view<TUnit>;
-  const TView text(number.First, static_cast<size_t>(number.End - number.First));
-  if (number.IsFloat) {
-    TTapeNode node(TJsonKind::Double);
-    node.Real = StrToFloat(text);
-    return node;
-  }
-  constexpr int64_t surelyFits = 18;
-  const bool isSmall = number.IsAscii && number.DigitCount <= surelyFits;
-  if (number.IsNegative) {
-    TTapeNode node(TJsonKind::Integer);
-    node.Integer = isSmall ? -static_cast<int64_t>(number.Digits) : StrToInt64(text);
-    return node;
-  }
-  TTapeNode node(TJsonKind::Unsigned);
-  node.Unsigned = isSmall ? number.Digits : StrToUInt64(text);
-  return node;
-}
-
-template <class TUnit>
-bool TJsonScanner<TUnit>::ParseString() {
+TALVO_INLINE bool TJsonScanner<TUnit>::ParseString() {
   SkipEmpty();
   if (Unit() == '"') return ParseKnownString();
   Error(TJsonParserError::ExpectedQuotationMark, u"Expected '\"'");
@@ -423,11 +223,11 @@ bool TJsonScanner<TUnit>::ParseString() {
 
 /// The string whose opening quote stands at the cursor, as a node.
 template <class TUnit>
-bool TJsonScanner<TUnit>::ParseKnownString() {
+TALVO_INLINE bool TJsonScanner<TUnit>::ParseKnownString() {
   Assert(Unit() == '"');
   Advance();
   TTapeNode node(TJsonKind::String);
-  node.Offset = FTape->Characters.Count();
+  node.Offset = FCharacters.Count();
   for (;;) {
     CopyPlainUnits();
     if (Unit() == '"') break;
@@ -435,7 +235,7 @@ bool TJsonScanner<TUnit>::ParseKnownString() {
       Advance();
       if (static_cast<std::make_unsigned_t<TUnit>>(Unit()) >= 32) {
         if (ParseEscape()) continue;
-        FTape->Characters.SetCount(node.Offset);
+        FCharacters.SetCount(node.Offset);
         return false;
       }
       Error(TJsonParserError::InvalidEscapeSymbol, u"Incomplete escape symbol");
@@ -444,66 +244,49 @@ bool TJsonScanner<TUnit>::ParseKnownString() {
     break;
   }
   Advance();
-  const size_t length = FTape->Characters.Count() - node.Offset;
+  const size_t length = FCharacters.Count() - node.Offset;
   if (length > INT32_MAX) RaiseRangeError();
   node.Length = static_cast<uint32_t>(length);
-  FTape->Nodes.Add(node);
+  AddNode(node);
   return true;
 }
 
 /// Appends all units up to a quote, a backslash, a control unit or the end.
 template <class TUnit>
-void TJsonScanner<TUnit>::CopyPlainUnits() {
-  TTapeBuffer<char16_t>& characters = FTape->Characters;
+TALVO_INLINE void TJsonScanner<TUnit>::CopyPlainUnits() {
+  using TBlock = TUnitBlock<TUnit>;
   const TUnit* at = FElement;
-  constexpr size_t room = 16;
-  for (;;) {
-    char16_t* out = characters.Room(room);
-#if defined(__SSE2__)
-    constexpr ptrdiff_t step = 16 / sizeof(TUnit);
-    if (FEnd - at >= step) {
-      const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
-      int run;
-      if constexpr (IsUtf8) {
-        const __m128i zero = _mm_setzero_si128();
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(units, zero));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(units, zero));
-        run = PlainRun(units);
-      } else {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), units);
-        run = PlainRun16(units);
-      }
-      at += run;
-      out += run;
-      characters.SetCount(static_cast<size_t>(out - characters.Data()));
-      if (run == step) continue;
-      if constexpr (!IsUtf8) break;
+  do {
+    if (FCharacters.Room() < TBlock::Size) [[unlikely]] {
+      FElement = at;
+      Grow(FCharacters, TBlock::Size);
     }
-#endif
-    if constexpr (IsUtf8) {
-      // Few characters a turn: none is longer than 4 bytes, nor gives more than 2 units.
-      out = characters.Room(room);
-      for (size_t i = 0; i < room / 2 && at != FEnd; ++i) {
-        if (static_cast<uint8_t>(*at) >= 0x80) {
-          at = DecodeUtf8(at, out);
-        } else if (IsPlain(*at) && i < 2) {
-          *out++ = static_cast<char16_t>(*at++);
-        } else {
-          break;
-        }
-      }
-      characters.SetCount(static_cast<size_t>(out - characters.Data()));
+    char16_t* out = FCharacters.End();
+    int run = 0;
+    if (FEnd - at >= TBlock::Size) {
+      const TBlock block(at);
+      block.WidenTo(out);
+      run = block.PlainRun();
     } else {
-      for (size_t i = 0; i < room && at != FEnd && IsPlain(*at); ++i) {
-        *out++ = static_cast<char16_t>(*at++);
+      for (; run < FEnd - at && IsPlain(at[run]); ++run) out[run] = static_cast<char16_t>(at[run]);
+    }
+    at += run;
+    out += run;
+    if constexpr (IsUtf8) {
+      // No sequence gives more than two units.
+      while (at != FEnd && IsInSequence(*at) && FCharacters.Limit() - out >= 2) {
+        at = DecodeUtf8(at, out);
       }
-      characters.SetCount(static_cast<size_t>(out - characters.Data()));
     }
-    if (at == FEnd || !(static_cast<std::make_unsigned_t<TUnit>>(*at) >= 0x80 || IsPlain(*at))) {
-      break;
-    }
-  }
+    FCharacters.SetEnd(out);
+  } while (at != FEnd && (IsPlain(*at) || IsInSequence(*at)));
   FElement = at;
+}
+
+template <class TUnit>
+void TJsonScanner<TUnit>::AppendUnit(char16_t unit) {
+  if (FCharacters.Room() == 0) Grow(FCharacters, 1);
+  FCharacters.AddInRoom(unit);
 }
 
 /// The unit behind a backslash stands at the cursor. False when it is no escape.

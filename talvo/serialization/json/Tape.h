@@ -4,6 +4,7 @@
 // its strings. Immutable once the parser is done, and shared by the elements made from it.
 // A container's node is followed by its children; a member is a key node followed by its value.
 
+#include <algorithm>
 #include <vector>
 #include <talvo/serialization/json/ElementClasses.h>
 
@@ -35,55 +36,69 @@ template <class E>
 class TTapeBuffer {
  public:
   TTapeBuffer() noexcept = default;
-  TTapeBuffer(const TTapeBuffer&) = delete;
-  TTapeBuffer& operator=(const TTapeBuffer&) = delete;
+  TTapeBuffer(TTapeBuffer&& other) noexcept { Swap(other); }
+  TTapeBuffer& operator=(TTapeBuffer&& other) noexcept {
+    Swap(other);
+    return *this;
+  }
   ~TTapeBuffer() { FreeStorage(FItems, alignof(E)); }
 
-  size_t Count() const noexcept { return FCount; }
+  size_t Count() const noexcept { return static_cast<size_t>(FEnd - FItems); }
   E* Data() const noexcept { return FItems; }
   E& operator[](size_t index) const noexcept { return FItems[index]; }
-  E& Last() const noexcept { return FItems[FCount - 1]; }
-  E* End() const noexcept { return FItems + FCount; }
-  void SetCount(size_t count) noexcept { FCount = count; }
-  /// Room for `count` more items behind the last.
-  E* Room(size_t count) {
-    if (FCapacity - FCount < count) [[unlikely]]
-      Grow(count);
-    return FItems + FCount;
-  }
+  E& Last() const noexcept { return FEnd[-1]; }
+  E* End() const noexcept { return FEnd; }
+  E* Limit() const noexcept { return FLimit; }
+  void SetEnd(E* end) noexcept { FEnd = end; }
+  void SetCount(size_t count) noexcept { FEnd = FItems + count; }
+  /// How many items there is room for behind the last.
+  size_t Room() const noexcept { return static_cast<size_t>(FLimit - FEnd); }
+  void AddInRoom(const E& item) noexcept { ::new (static_cast<void*>(FEnd++)) E(item); }
   void Add(const E& item) {
-    ::new (static_cast<void*>(Room(1))) E(item);
-    ++FCount;
+    if (Room() == 0) [[unlikely]]
+      Resize(CheckedAdd(Count() * 2, size_t{16}));
+    AddInRoom(item);
   }
-  void Trim() {
-    if (FCapacity > FCount && FItems) Resize(FCount > 0 ? FCount : 1);
-  }
-
- private:
-  TALVO_COLD void Grow(size_t count) {
-    const size_t doubled = FCapacity * 2;
-    const size_t wanted = CheckedAdd(FCount, count);
-    Resize(doubled > wanted ? doubled : wanted + 64);
-  }
+  /// Makes room for `capacity` items in all, which is not below Count().
   void Resize(size_t capacity) {
+    const size_t count = Count();
     const size_t bytes = CheckedMul(capacity, sizeof(E));
     FItems = static_cast<E*>(FItems ? ReallocateStorage(FItems, bytes)
                                     : AllocateStorage(bytes, alignof(E)));
-    FCapacity = capacity;
+    FEnd = FItems + count;
+    FLimit = FItems + capacity;
+  }
+  /// Makes sure of room for `spare` more items, and gives back what is left if it is much. (Blocks
+  /// that shrink keep the allocator from learning how large they get: it maps and unmaps the next
+  /// ones, page by page.)
+  void Trim(size_t spare) {
+    if (Room() < spare || Room() > spare + Count() / 4)
+      Resize(std::max(Count() + spare, size_t{1}));
+  }
+
+ private:
+  void Swap(TTapeBuffer& other) noexcept {
+    std::swap(FItems, other.FItems);
+    std::swap(FEnd, other.FEnd);
+    std::swap(FLimit, other.FLimit);
   }
 
   E* FItems = nullptr;
-  size_t FCount = 0;
-  size_t FCapacity = 0;
+  E* FEnd = nullptr;
+  E* FLimit = nullptr;
 };
 
 class TJsonTape final : public TInterfacedObject {
  public:
   TTapeBuffer<TTapeNode> Nodes;
   TTapeBuffer<char16_t> Characters;
+  /// So many units may be read behind the last one of a string.
+  static constexpr size_t Padding = 8;
+
   /// Whether some object names a member twice. The last one counts, which only a dictionary
-  /// sorts out: such a document is not read packed.
-  bool HasDuplicates = false;
+  /// sorts out: such a document is not read packed. Looked up when first asked for; on any thread,
+  /// as trees that share a tape may have parted.
+  bool HasDuplicates() const;
 
   u16string_view Text(const TTapeNode& node) const noexcept {
     return {Characters.Data() + node.Offset, node.Length};
@@ -92,6 +107,10 @@ class TJsonTape final : public TInterfacedObject {
   size_t After(size_t node) const noexcept {
     return node + (Nodes[node].IsContainer() ? Nodes[node].Size : 1);
   }
+
+ private:
+  enum TAnswer : uint8_t { Unknown, No, Yes };
+  mutable TAnswer FHasDuplicates = Unknown;
 };
 
 /// The element of a node: a container's stays packed.
@@ -192,9 +211,9 @@ struct TJsonWalk {
 /// own, may unpack an element, which then lets go of its tape.
 class TJsonHeldTapes {
  public:
-  /// Holds the tape of a packed container, unless the one around it stands on the same.
-  void Hold(const TJsonTape* tape, const TJsonTape* around) {
-    if (tape && tape != around) {
+  /// Holds a tape (if there is one), unless it is one of those that are known to be held.
+  void Hold(const TJsonTape* tape, const TJsonTape* held, const TJsonTape* alsoHeld = nullptr) {
+    if (tape && tape != held && tape != alsoHeld) {
       FTapes.push_back(TRef<TJsonTape>::Share(const_cast<TJsonTape*>(tape)));
     }
   }

@@ -3,69 +3,16 @@
 
 #include <algorithm>
 #include <vector>
-#include <talvo/runtime/Numbers.h>
 #include <talvo/serialization/json/Tape.h>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace Talvo::Detail {
 namespace {
 
-/// Whether a unit of a string is written as it stands.
-constexpr bool IsClean(char16_t unit) {
-  return unit >= 32 && unit <= 127 && unit != '"' && unit != '\\' && unit != '/';
-}
-
-#if defined(__SSE2__)
-/// How many of 8 units are written as they stand, up to the first that is not.
-inline int CleanRun(__m128i units) {
-  const auto isEqual = [&](char16_t unit) {
-    return _mm_cmpeq_epi16(units, _mm_set1_epi16(static_cast<int16_t>(unit)));
-  };
-  // units - 32, wrapped, is above 95 for all that lie outside 32 to 127.
-  const __m128i fromBlank = _mm_sub_epi16(units, _mm_set1_epi16(32));
-  const __m128i beyond = _mm_subs_epu16(fromBlank, _mm_set1_epi16(95));
-  const __m128i isInside = _mm_cmpeq_epi16(beyond, _mm_setzero_si128());
-  const __m128i isSpecial = _mm_or_si128(_mm_or_si128(isEqual('"'), isEqual('\\')), isEqual('/'));
-  const int stops = _mm_movemask_epi8(_mm_andnot_si128(isSpecial, isInside)) ^ 0xFFFF;
-  return stops == 0 ? 8 : __builtin_ctz(static_cast<unsigned>(stops)) / 2;
-}
-inline void Store8(char16_t* out, __m128i units) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), units);
-}
-inline void Store8(char* out, __m128i units) {
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(units, units));
-}
-#endif
-
-constexpr char ShortEscape(char16_t unit) {
-  switch (unit) {
-    case 8:
-      return 'b';
-    case 9:
-      return 't';
-    case 10:
-      return 'n';
-    case 12:
-      return 'f';
-    case 13:
-      return 'r';
-    case '"':
-    case '/':
-    case '\\':
-      return static_cast<char>(unit);
-    default:
-      return 0;
-  }
-}
-
 template <class TUnit>
-class TWriter {
+class TWriter final : public TJsonOutput<TUnit> {
  public:
   TWriter(TJsonSink<TUnit>& sink, const TRef<IJsonFormatter>& formatter, TSurrogates surrogates)
-      : FSink(sink), FGivenFormatter(formatter), FSurrogates(surrogates) {
+      : TJsonOutput<TUnit>(sink, surrogates), FGivenFormatter(formatter) {
     const IJsonFormatter* given = formatter.Get();
     if (given && typeid(*given) != typeid(TJsonFormatter)) FFormatter = formatter.Get();
   }
@@ -82,6 +29,31 @@ class TWriter {
   }
 
  private:
+  using TBase = TJsonOutput<TUnit>;
+  using TBase::Put;
+  using TBase::PutNumber;
+  using TBase::PutRaw;
+  using TBase::PutString;
+
+  /// A container that is being written.
+  struct TOpen : TJsonWalk {
+    int32_t Length;
+    size_t Start;  // units in front of it
+  };
+  /// The formatter's texts for one, asked for once.
+  struct TIndents {
+    string Entry, Colon;
+  };
+  /// A value that is written packed: its nodes, and the units in front of it.
+  struct TPacked {
+    size_t First, At, End, Start;
+  };
+  /// A container inside a packed value.
+  struct TOpenNodes {
+    size_t End;
+    bool IsObject;
+  };
+
   /// Writes what is left of the containers on the stack.
   void WriteOpen() {
     while (FStack.Count() > 0) {
@@ -94,64 +66,113 @@ class TWriter {
         WriteItem(container);
       }
     }
-    FSink.Flush();
+    this->Finish();
   }
-
-  /// The formatter's texts for an open container, asked for once.
-  struct TIndents {
-    string Entry, Colon;
-  };
 
   /// Writes a value; an element that is not plain is asked for its text.
   void WriteChild(const TJsonValueRef& value) {
-    if (value.IsEmpty()) return Put("null", 4);
+    if (value.IsEmpty()) return Put("null");
     if (!value.Live || IsPlain(*value.Live)) return WriteValue(value);
     if (!FGivenFormatter) FGivenFormatter = TJsonFormatter::Make();
     PutRaw(value.Live->AsString(FGivenFormatter));
   }
 
   void WriteValue(const TJsonValueRef& value) {
-    const bool isPacked = value.IsPacked();
-    switch (value.Kind()) {
-      case TJsonKind::Boolean: {
-        const bool held =
-            isPacked ? value.At().Boolean : LiveValue<TBooleanJsonElement>(value.Live);
-        return held ? Put("true", 4) : Put("false", 5);
-      }
+    const TJsonKind kind = value.Kind();
+    if (value.IsPacked() && !FFormatter) return WriteNodes(*value.Tape, value.Node);
+    if (kind == TJsonKind::Array) return BeginArray(value);
+    if (kind == TJsonKind::Object) return BeginObject(value);
+    if (!value.IsPacked()) return WriteScalar(value.Live, kind);
+    WriteScalar(*value.Tape, value.At());
+  }
+
+  void WriteScalar(const TJsonElement* element, TJsonKind kind) {
+    switch (kind) {
+      case TJsonKind::Boolean:
+        return PutBoolean(LiveValue<TBooleanJsonElement>(element));
       case TJsonKind::Integer:
-        return PutNumber<WriteInteger>(isPacked ? value.At().Integer
-                                                : LiveValue<TIntegerJsonElement>(value.Live));
+        return this->template PutNumber<WriteInteger>(LiveValue<TIntegerJsonElement>(element));
       case TJsonKind::Unsigned:
-        return PutNumber<WriteUnsigned>(
-            isPacked ? value.At().Unsigned : LiveValue<TUnsignedIntegerJsonElement>(value.Live));
+        return this->template PutNumber<WriteUnsigned>(
+            LiveValue<TUnsignedIntegerJsonElement>(element));
       case TJsonKind::Double:
-        return PutNumber<WriteFloat>(isPacked ? value.At().Real
-                                              : LiveValue<TDoubleJsonElement>(value.Live));
+        return this->template PutNumber<WriteFloat>(LiveValue<TDoubleJsonElement>(element));
       case TJsonKind::String:
-        return PutString(isPacked ? value.Tape->Text(value.At())
-                                  : u16string_view(LiveValue<TStringJsonElement>(value.Live)));
-      case TJsonKind::Array:
-        return BeginArray(value);
-      case TJsonKind::Object:
-        return BeginObject(value);
+        return PutString(LiveValue<TStringJsonElement>(element));
       default:
-        return Put("null", 4);
+        return Put("null");
+    }
+  }
+
+  void WriteScalar(const TJsonTape& tape, const TTapeNode& node) {
+    switch (node.Kind) {
+      case TJsonKind::Boolean:
+        return PutBoolean(node.Boolean);
+      case TJsonKind::Integer:
+        return this->template PutNumber<WriteInteger>(node.Integer);
+      case TJsonKind::Unsigned:
+        return this->template PutNumber<WriteUnsigned>(node.Unsigned);
+      case TJsonKind::Double:
+        return this->template PutNumber<WriteFloat>(node.Real);
+      case TJsonKind::String:
+        return PutString(tape.Text(node), /*isPadded*/ true);
+      default:
+        return Put("null");
+    }
+  }
+
+  void PutBoolean(bool value) { return value ? Put("true") : Put("false"); }
+
+  /// The compact text of a packed value. The nodes stand in the order of the text, so one walk over
+  /// them does it.
+  void WriteNodes(const TJsonTape& tape, size_t node) {
+    FTapes.Hold(&tape, FLastTape);
+    FLastTape = &tape;
+    FPacked = {node, node, tape.After(node), this->Count()};
+    for (;;) {
+      if (FOpenNodes.Count() > 0 && FOpenNodes.Last().IsObject) {
+        PutKey(tape.Text(tape.Nodes[node++]), /*isPadded*/ true);
+      }
+      const TTapeNode& value = tape.Nodes[node];
+      const bool isObject = value.Kind == TJsonKind::Object;
+      if (value.IsContainer()) {
+        Put(isObject ? '{' : '[');
+        FOpenNodes.Add({node + value.Size, isObject});
+        ++node;
+        if (value.Length > 0) continue;
+      } else {
+        WriteScalar(tape, value);
+        ++node;
+      }
+      CloseNodes(node);
+      if (FOpenNodes.Count() == 0) break;
+      Put(',');
+      FPacked.At = node;
+    }
+    FPacked = {};
+  }
+
+  /// Ends the containers inside a packed value that end in front of `node`.
+  void CloseNodes(size_t node) {
+    while (FOpenNodes.Count() > 0 && FOpenNodes.Last().End == node) {
+      Put(FOpenNodes.Last().IsObject ? '}' : ']');
+      FOpenNodes.SetCount(FOpenNodes.Count() - 1);
     }
   }
 
   void BeginArray(const TJsonValueRef& value) {
     const TJsonWalk items(value);
-    if (items.Remaining == 0) return Put("[]", 2);
+    if (items.Remaining == 0) return Put("[]");
     Push(items);
     if (FFormatter) PutRaw(FFormatter->BeginArrayIndent());
-    FSink.Put('[');
+    Put('[');
     if (FFormatter) FIndents.push_back({FFormatter->ObjectEntryIndent(), {}});
   }
 
   void BeginObject(const TJsonValueRef& value) {
     Push(TJsonWalk(value));
     if (FFormatter) PutRaw(FFormatter->BeginObjectIndent());
-    FSink.Put('{');
+    Put('{');
     if (!FFormatter) return;
     string colon = u"\":" + FFormatter->Separator();
     FIndents.push_back({FFormatter->ObjectEntryIndent(), std::move(colon)});
@@ -159,7 +180,7 @@ class TWriter {
 
   void Push(const TJsonWalk& container) {
     FTapes.Hold(container.Tape, FStack.Count() > 0 ? FStack.Last().Tape : nullptr);
-    FStack.Add(container);
+    FStack.Add({container, container.Remaining, this->Count()});
   }
 
   void EndContainer() {
@@ -169,11 +190,11 @@ class TWriter {
       FIndents.pop_back();
       PutRaw(isObject ? FFormatter->EndObjectIndent() : FFormatter->EndArrayIndent());
     }
-    FSink.Put(isObject ? '}' : ']');
+    Put(isObject ? '}' : ']');
   }
 
   void BeginEntry(const TJsonWalk& container) {
-    if (!container.IsAtStart) FSink.Put(',');
+    if (!container.IsAtStart) Put(',');
     if (FFormatter) PutRaw(FIndents.back().Entry);
   }
 
@@ -186,111 +207,41 @@ class TWriter {
     BeginEntry(object);
     u16string_view key;
     const TJsonValueRef value = object.NextMember(key);
-    PutKey(key);
+    PutKey(key, /*isPadded*/ object.Tape != nullptr);
     WriteChild(value);
   }
 
-  void PutKey(u16string_view key) {
-    FSink.Put('"');
-    PutRaw(key);
+  void PutKey(u16string_view key, bool isPadded) {
+    Put('"');
+    PutRaw(key, isPadded);
     if (FFormatter) return PutRaw(FIndents.back().Colon);
-    Put("\":", 2);
+    Put("\":");
   }
 
-  void Put(const char* text, size_t length) {
-    TUnit* out = FSink.Room(length);
-    for (size_t i = 0; i < length; ++i) *out++ = static_cast<TUnit>(text[i]);
-    FSink.SetEnd(out);
-  }
-
-  template <auto Write, class N>
-  void PutNumber(N number) {
-    TUnit* out = FSink.Room(MaxNumberLength);
-    if constexpr (sizeof(TUnit) == 1) {
-      FSink.SetEnd(Write(out, number));
-    } else {
-      char digits[MaxNumberLength];
-      const char* end = Write(digits, number);
-      for (const char* digit = digits; digit != end; ++digit) *out++ = static_cast<TUnit>(*digit);
-      FSink.SetEnd(out);
+  /// As if what is left of each open container were like what is written of it.
+  double Remaining() const override {
+    constexpr size_t enough = 8;  // what is further down weighs little
+    double remaining =
+        UnitsFor(FPacked.End - FPacked.At, FPacked.At - FPacked.First, FPacked.Start);
+    for (size_t i = 0; i < std::min(FStack.Count(), enough); ++i) {
+      const TOpen& open = FStack[i];
+      remaining += UnitsFor(open.Remaining, open.Length - open.Remaining - 1, open.Start);
     }
+    return remaining;
+  }
+  /// What `items` more take, as `done` of them took all since `start`.
+  double UnitsFor(double items, double done, size_t start) const {
+    return done > 0 ? static_cast<double>(this->Count() - start) / done * items : 0;
   }
 
-  /// Units as they are; bytes get them as UTF-8.
-  void PutRaw(u16string_view text) {
-    for (size_t i = 0; i < text.size();) {
-      const size_t end = std::min(text.size(), i + FSink.MaxRoom);
-      TUnit* out = FSink.Room(end - i);
-      for (; i < end && (sizeof(TUnit) == 2 || text[i] < 0x80); ++i) {
-        *out++ = static_cast<TUnit>(text[i]);
-      }
-      FSink.SetEnd(out);
-      if (i < end) return PutUtf8(text, i);
-    }
-  }
-
-  /// The text from `offset` on, in front of which all is ASCII.
-  void PutUtf8(u16string_view text, size_t offset) {
-    const std::string bytes = ToUtf8(text, FSurrogates);
-    for (; offset < bytes.size(); ++offset) FSink.Put(bytes[offset]);
-  }
-
-  void PutString(u16string_view text) {
-    FSink.Put('"');
-    const char16_t* at = text.data();
-    const char16_t* end = at + text.size();
-    constexpr size_t longestEscape = 6;
-    while (at != end) {
-      TUnit* out = FSink.Room(8 + longestEscape);
-#if defined(__SSE2__)
-      if (end - at >= 8) {
-        const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
-        Store8(out, units);
-        const int run = CleanRun(units);
-        at += run;
-        out += run;
-        if (run == 8) {
-          FSink.SetEnd(out);
-          continue;
-        }
-      }
-#endif
-      for (int i = 0; i < 8 && at != end && IsClean(*at); ++i) *out++ = static_cast<TUnit>(*at++);
-      if (at != end && !IsClean(*at)) out = PutEscape(out, *at++);
-      FSink.SetEnd(out);
-    }
-    FSink.Put('"');
-  }
-
-  static TUnit* PutEscape(TUnit* out, char16_t unit) {
-    *out++ = '\\';
-    if (const char escape = ShortEscape(unit)) {
-      *out++ = static_cast<TUnit>(escape);
-      return out;
-    }
-    *out++ = 'u';
-    for (int shift = 12; shift >= 0; shift -= 4) {
-      *out++ = static_cast<TUnit>("0123456789ABCDEF"[unit >> shift & 15]);
-    }
-    return out;
-  }
-
-  TJsonSink<TUnit>& FSink;
   TRef<IJsonFormatter> FGivenFormatter;
   IJsonFormatter* FFormatter = nullptr;  // null for the compact text, which asks nobody
-  TSurrogates FSurrogates;
-  TTapeBuffer<TJsonWalk> FStack;
-  TJsonHeldTapes FTapes;
+  TTapeBuffer<TOpen> FStack;
   std::vector<TIndents> FIndents;
-};
-
-/// Collects text in a string.
-class TTextSink final : public TJsonSink<char16_t> {
- public:
-  string Text;
-
- private:
-  void Write(const char16_t* units, size_t count) override { Text.append(units, count); }
+  TTapeBuffer<TOpenNodes> FOpenNodes;
+  TPacked FPacked = {};
+  TJsonHeldTapes FTapes;
+  const TJsonTape* FLastTape = nullptr;  // held
 };
 
 }  // namespace
@@ -301,7 +252,7 @@ void WriteJsonText(TJsonSink<char>& sink, const TJsonElement& element,
 }
 
 string JsonText(const TJsonElement& element, const TRef<IJsonFormatter>& formatter) {
-  TTextSink sink;
+  TJsonStringSink<char16_t> sink;
   TWriter<char16_t>(sink, formatter, TSurrogates::Keep).RunByKind(element);
   return std::move(sink.Text);
 }
