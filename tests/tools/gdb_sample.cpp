@@ -92,7 +92,8 @@ int main() {
   Rtl::TDictionary<uint8_t, double> plain;
   for (uint8_t key = 1; key < 5; ++key) plain.Add(key, key / 2.0);
   plain.Remove(2);
-  const auto ports = TDictionary<string, int32_t>::Make({{u"left", 1}, {u"gone", 2}, {u"right", 3}});
+  const auto ports =
+      TDictionary<string, int32_t>::Make({{u"left", 1}, {u"gone", 2}, {u"right", 3}});
   ports->Remove(u"gone");
   const auto spans = TDictionary<int32_t, TSpan>::Make({{7, {'a', -1}}});
   const auto tags = Create<TTags>();

@@ -98,7 +98,6 @@ class TSet
 
 // The sets of common types are compiled once, in Set.cpp.
 #define TALVO_SET(Template, T)                                                                   \
-  Template Rtl::TDictionary<T, int32_t>;                                                         \
   Template                                                                                       \
       Detail::TDictionaryHolder<Rtl::TDictionary<T, int32_t>, TInterfacedChangeNotifyObject<T>>; \
   Template TSet<T>

@@ -197,7 +197,7 @@ class TTreeComparison {
 
   static TRef<IJsonElement> Element(const TJsonValueRef& value) {
     if (value.Live) return TRef<IJsonElement>::Share(const_cast<TJsonElement*>(value.Live));
-    return NewElement(TRef<TJsonTape>::Share(const_cast<TJsonTape*>(value.Tape)), value.Node);
+    return NewElement(*value.Tape, value.Node);
   }
 
   TTapeBuffer<TContainers> FStack;

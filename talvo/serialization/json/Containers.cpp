@@ -53,8 +53,11 @@ void EndLater(TItems items) noexcept {
 
 }  // namespace
 
-TRef<IJsonElement> NewElement(const TRef<TJsonTape>& tape, size_t node) {
-  const TTapeNode& at = tape->Nodes[node];
+TRef<IJsonElement> NewElement(const TJsonTape& tape, size_t node) {
+  const auto shared = [&tape] {
+    return TRef<TInterfacedObject>::Share(const_cast<TJsonTape*>(&tape));
+  };
+  const TTapeNode& at = tape.Nodes[node];
   switch (at.Kind) {
     case TJsonKind::Boolean:
       return TBooleanJsonElement::Make(at.Boolean);
@@ -65,11 +68,11 @@ TRef<IJsonElement> NewElement(const TRef<TJsonTape>& tape, size_t node) {
     case TJsonKind::Double:
       return TDoubleJsonElement::Make(at.Real);
     case TJsonKind::String:
-      return TStringJsonElement::Make(string(tape->Text(at)));
+      return TStringJsonElement::Make(string(tape.Text(at)));
     case TJsonKind::Array:
-      return Create<TArrayJsonElement>(tape, node);
+      return Create<TArrayJsonElement>(shared(), node);
     case TJsonKind::Object:
-      return Create<TObjectJsonElement>(tape, node);
+      return Create<TObjectJsonElement>(shared(), node);
     default:
       return TNullJsonElement::Make();
   }
@@ -169,16 +172,16 @@ TArrayJsonElement& TArrayJsonElement::Add(TRef<IJsonElement> element) {
 }
 
 void TArrayJsonElement::Unpack() const {
-  const TRef<Detail::TJsonTape> tape = Detail::TJsonAccess::ShareTape(*this);
-  const Detail::TTapeNode& array = tape->Nodes[FNode];
-  const TRef<TJsonArray> list = TJsonArray::CreateSize(Detail::CountOfSize(array.Length));
+  const Detail::TJsonTape& tape = *Detail::TJsonAccess::TapeOf(*this);
+  const Detail::TTapeNode& array = tape.Nodes[FNode];
+  TRef<TJsonArray> list = TJsonArray::CreateSize(Detail::CountOfSize(array.Length));
   const TArray<TRef<IJsonElement>>& items = *list->GetArray();
   size_t node = FNode + 1;
   for (TRef<IJsonElement>& item : items) {
     item = Detail::NewElement(tape, node);
-    node = tape->After(node);
+    node = tape.After(node);
   }
-  FValue = list;
+  FValue = std::move(list);
   FTape = nullptr;
 }
 
@@ -283,17 +286,17 @@ TObjectJsonElement& TObjectJsonElement::Add(u16string_view key, TRef<IJsonElemen
 }
 
 void TObjectJsonElement::Unpack() const {
-  const TRef<Detail::TJsonTape> tape = Detail::TJsonAccess::ShareTape(*this);
-  const Detail::TTapeNode& object = tape->Nodes[FNode];
-  const TRef<TJsonObject> made = Talvo::Create<TJsonObject>();
+  const Detail::TJsonTape& tape = *Detail::TJsonAccess::TapeOf(*this);
+  const Detail::TTapeNode& object = tape.Nodes[FNode];
+  TRef<TJsonObject> made = Talvo::Create<TJsonObject>();
   auto& members = Detail::TJsonAccess::DictionaryOf(*made);
   members.Reserve(Detail::CountOfSize(object.Length));
   size_t node = FNode + 1;
   for (uint32_t i = 0; i < object.Length; ++i) {
-    members.AddOrSetValue(tape->Text(tape->Nodes[node]), Detail::NewElement(tape, node + 1));
-    node = tape->After(node + 1);
+    members.AddOrSetValue(tape.Text(tape.Nodes[node]), Detail::NewElement(tape, node + 1));
+    node = tape.After(node + 1);
   }
-  FValue = made;
+  FValue = std::move(made);
   FTape = nullptr;
 }
 

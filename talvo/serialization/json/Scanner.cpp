@@ -101,7 +101,7 @@ TRef<IJsonElement> TJsonScanner<TUnit>::Scan() {
   const TRef<TJsonTape> tape = Create<TJsonTape>();
   tape->Nodes = std::move(FNodes);
   tape->Characters = std::move(FCharacters);
-  return NewElement(tape, 0);
+  return NewElement(*tape, 0);
 }
 
 template <class TUnit>

@@ -114,7 +114,7 @@ class TJsonTape final : public TInterfacedObject {
 };
 
 /// The element of a node: a container's stays packed.
-TRef<IJsonElement> NewElement(const TRef<TJsonTape>& tape, size_t node);
+TRef<IJsonElement> NewElement(const TJsonTape& tape, size_t node);
 
 /// Whether an element is of one of the library's own classes, so that what it holds tells all about
 /// it. Others are asked.

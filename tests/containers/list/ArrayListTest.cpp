@@ -91,9 +91,9 @@ TYPED_TEST(ArrayListModelTest, BehavesAsItsModel) {
       [&] { list->RemoveAll(isItem, [](const T&) {}), removeAll(); },
       [&] {
         list->Move(index, count);
+        if (index >= size || count >= size) return;
         const auto from = model.begin() + index, to = model.begin() + count;
-        if (index < size && index < count && count < size) std::rotate(from, from + 1, to + 1);
-        if (index < size && index > count) std::rotate(to, from, from + 1);
+        index < count ? std::rotate(from, from + 1, to + 1) : std::rotate(to, from, from + 1);
       },
       [&] { list->Reverse(), std::reverse(model.begin(), model.end()); },
       [&] { list->Sort(), std::sort(model.begin(), model.end()); },

@@ -2,6 +2,7 @@
 #include <talvo/serialization/json/Parser.h>
 
 #include <cstdlib>
+#include <random>
 #include <sstream>
 #include <talvo/runtime/Numbers.h>
 
@@ -162,11 +163,18 @@ TEST(JsonParserTest, SpellingSettlesTheKindOfNumbers) {
 }
 
 TEST(JsonParserTest, DoublesAreTheNearest) {
-  for (const char* text :
-       {"0.1", "123456789012.345", "0.000000000000001", "999999999999999.0", "8.5e-7", "-7.0",
-        "1e22", "1e23", "1234567890123456.7", "9007199254740993.0", "1.00000000000000000000001",
-        "0.0000000000000000000012", "0.00000000000000000000012", "2.2250738585072011e-308"}) {
-    const double expected = std::strtod(text, nullptr);
+  std::vector<std::string> texts{"123456789012.345",          "9007199254740993.0",
+                                 "1.00000000000000000000001", "0.00000000000000000000012",
+                                 "2.2250738585072011e-308",   "1e23"};
+  const uint64_t seed = std::random_device()();
+  SCOPED_TRACE(seed);
+  std::mt19937_64 random(seed);
+  while (texts.size() < 20'000) {
+    texts.push_back(std::to_string(random() >> (4 + random() % 60)) + (random() % 2 ? "e-" : "e") +
+                    std::to_string(random() % 30));
+  }
+  for (const std::string& text : texts) {
+    const double expected = std::strtod(text.c_str(), nullptr);
     EXPECT_EQ(expected, JsonParser::Parse(FromUtf8(text))->GetReal()) << text;
     EXPECT_EQ(expected, JsonParser::ParseUtf8(text)->GetReal()) << text;
   }
