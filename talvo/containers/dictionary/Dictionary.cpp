@@ -3,6 +3,7 @@
 
 namespace Talvo {
 
+TALVO_COMMON_MAPS(template class);
 TALVO_DICTIONARY(template class, string, int32_t);
 TALVO_DICTIONARY(template class, string, string);
 TALVO_DICTIONARY(template class, string, TRef<IInterface>);

@@ -140,7 +140,6 @@ TPair<K, V> TDictionaryIntf<K, V, I>::DoExtract(TLookupKey<K> key) {
 
 // Dictionaries from text to common types are compiled once, in Dictionary.cpp.
 #define TALVO_DICTIONARY(Template, K, V)                                                       \
-  Template Rtl::TDictionary<K, V>;                                                             \
   Template Detail::TDictionaryHolder<Rtl::TDictionary<K, V>, TInterfacedChangeNotifyObject<>>; \
   Template TDictionaryIntf<K, V, IDictionary<K, V>>;                                           \
   Template TDictionary<K, V>

@@ -174,3 +174,14 @@ class TDictionaryHolder : public TBase {
 };
 
 }  // namespace Talvo::Detail
+
+// The maps behind the common dictionaries and sets are compiled once, in Dictionary.cpp.
+#define TALVO_COMMON_MAPS(Template)            \
+  Template Rtl::TDictionary<int32_t, int32_t>; \
+  Template Rtl::TDictionary<string, int32_t>;  \
+  Template Rtl::TDictionary<string, string>;   \
+  Template Rtl::TDictionary<string, TRef<IInterface>>
+
+namespace Talvo {
+TALVO_COMMON_MAPS(extern template class TALVO_API);
+}  // namespace Talvo

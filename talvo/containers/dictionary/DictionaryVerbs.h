@@ -114,8 +114,9 @@ class TDictionaryVerbs : public virtual TBase {
   /// its place. Amortised O(1).
   template <Detail::KeyFor<K> Q = K>
   TDict& Add(Q&& key, V value) {
+    TDict& self = Self();
     Store(std::forward<Q>(key), value, TPresentKey::Replace);
-    return Self();
+    return self;
   }
   TDict& Add(TItem pair) { return Add(std::move(pair.Key), std::move(pair.Value)); }
   TDict& AddPair(TItem pair) { return Add(std::move(pair)); }
@@ -126,16 +127,18 @@ class TDictionaryVerbs : public virtual TBase {
   /// Adds a key. Raises EDuplicateKey when it is there already.
   template <Detail::KeyFor<K> Q = K>
   TDict& AddExclusive(Q&& key, V value) {
+    TDict& self = Self();
     Store(std::forward<Q>(key), value, TPresentKey::Refuse);
-    return Self();
+    return self;
   }
 
   // --- Taking out -----------------------------------------------------------------------------
 
   /// Removes a key, if it is there.
   TDict& Remove(TKey key) {
+    TDict& self = Self();
     this->DoRemove(key);
-    return Self();
+    return self;
   }
   /// The same; a key that is there is removed after `action` has got a copy of its value. An empty
   /// action handle is fine.
@@ -150,26 +153,30 @@ class TDictionaryVerbs : public virtual TBase {
   /// itself changes the dictionary, it may be asked again.
   template <PredicateOf<TItem> F>
   TDict& RemoveOne(F&& predicate) {
+    TDict& self = Self();
     Detail::AssertCallable(predicate);
     this->DoRemoveIf(predicate, /*isOnce*/ true);
-    return Self();
+    return self;
   }
   template <PredicateOf<TItem> F>
   TDict& RemoveAll(F&& predicate) {
+    TDict& self = Self();
     Detail::AssertCallable(predicate);
     this->DoRemoveIf(predicate, /*isOnce*/ false);
-    return Self();
+    return self;
   }
 
   /// Removes everything and gives the memory back.
   TDict& Clear() {
+    TDict& self = Self();
     this->DoClear();
-    return Self();
+    return self;
   }
   /// Gives back what memory the items do not need. O(Count()).
   TDict& TrimExcess() {
+    TDict& self = Self();
     this->DoTrimExcess();
-    return Self();
+    return self;
   }
 
   // --- Views ----------------------------------------------------------------------------------

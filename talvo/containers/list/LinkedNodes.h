@@ -3,10 +3,10 @@
 // The chain of nodes inside a linked list: what is linked, what is marked, who walks it.
 
 #include <new>
-#include <talvo/containers/list/NodePool.h>
-#include <talvo/runtime/Checked.h>
 #include <type_traits>
 #include <utility>
+#include <talvo/containers/list/NodePool.h>
+#include <talvo/runtime/Checked.h>
 
 namespace Talvo::Detail {
 

@@ -150,6 +150,7 @@ class TListVerbs : public virtual TBase {
 
   /// Adds `count` copies at the end. Amortised O(count).
   TList& Add(const T& value, int32_t count = 1) {
+    TList& self = Self();
     if constexpr (std::is_scalar_v<T>) {
       // A copy of its own leaves the caller's variable in its register.
       const T copy = value;
@@ -157,17 +158,19 @@ class TListVerbs : public virtual TBase {
     } else {
       this->DoAdd(value, count);
     }
-    return Self();
+    return self;
   }
   /// Adds in front of the first item. O(Count()), and allocates each time.
   TList& AddFront(const T& value) {
+    TList& self = Self();
     this->DoAddFront(value);
-    return Self();
+    return self;
   }
   /// Adds `value` unless an equal item is there. O(Count()).
   TList& AddUnique(const T& value) {
+    TList& self = Self();
     IfAddUnique(value);
-    return Self();
+    return self;
   }
   /// The same; whether it added.
   bool IfAddUnique(const T& value) {
@@ -179,6 +182,7 @@ class TListVerbs : public virtual TBase {
   int32_t AddUniqueIndex(const T& value) {
     const int32_t index = FindEqual(value);
     if (index >= 0) return index;
+    const TRef<TList> hold(Self());
     this->DoAdd(value, 1);
     return Count() - 1;
   }
@@ -190,19 +194,22 @@ class TListVerbs : public virtual TBase {
   /// Inserts `count` copies in front of the item at `index`; at or past the end it adds. A
   /// negative index raises ERangeError. O(capacity).
   TList& Insert(int32_t index, const T& value, int32_t count = 1) {
+    TList& self = Self();
     this->DoInsert(index, value, count);
-    return Self();
+    return self;
   }
   /// Inserts a sequence; into an empty list it is assigned, at or past the end appended.
   template <Detail::SourceOf<T> S>
   TList& Insert(int32_t index, S&& source) {
+    TList& self = Self();
     this->DoInsertSource(index, Detail::TSource<T>(std::forward<S>(source)));
-    return Self();
+    return self;
   }
   template <Detail::PointerTo<T> P>
   TList& Insert(int32_t index, P items, int32_t count) {
+    TList& self = Self();
     this->DoInsertSource(index, Detail::TSource<T>(items, count));
-    return Self();
+    return self;
   }
   TList& Insert(int32_t index, std::initializer_list<T> items) {
     return Insert(index, items.begin(), Detail::CountOfSize(items.size()));
@@ -213,13 +220,15 @@ class TListVerbs : public virtual TBase {
   /// said raises ERangeError. Appending a list to itself does nothing.
   template <Detail::SourceOf<T> S>
   TList& Append(S&& source) {
+    TList& self = Self();
     this->DoAppend(Detail::TSource<T>(std::forward<S>(source)));
-    return Self();
+    return self;
   }
   template <Detail::PointerTo<T> P>
   TList& Append(P items, int32_t count) {
+    TList& self = Self();
     this->DoAppend(Detail::TSource<T>(items, count));
-    return Self();
+    return self;
   }
   TList& Append(std::initializer_list<T> items) {
     return Append(items.begin(), Detail::CountOfSize(items.size()));
@@ -244,13 +253,15 @@ class TListVerbs : public virtual TBase {
   /// Assigning a list to itself does nothing.
   template <Detail::SourceOf<T> S>
   TList& Assign(S&& source) {
+    TList& self = Self();
     this->DoAssign(Detail::TSource<T>(std::forward<S>(source)));
-    return Self();
+    return self;
   }
   template <Detail::PointerTo<T> P>
   TList& Assign(P items, int32_t count) {
+    TList& self = Self();
     this->DoAssign(Detail::TSource<T>(items, count));
-    return Self();
+    return self;
   }
   TList& Assign(std::initializer_list<T> items) {
     return Assign(items.begin(), Detail::CountOfSize(items.size()));
@@ -295,8 +306,9 @@ class TListVerbs : public virtual TBase {
   /// Deletes the first item that satisfies the predicate.
   template <Detail::PredicateArgument<T> F>
   TList& RemoveOne(F&& predicate) {
+    TList& self = Self();
     IfRemoveOne(predicate);
-    return Self();
+    return self;
   }
   /// The same; whether there was one.
   template <PredicateOf<T> F>
@@ -308,8 +320,9 @@ class TListVerbs : public virtual TBase {
   /// Deletes all items equal to `value`. O(Count()).
   template <Detail::ValueArgument<T> V>
   TList& RemoveAll(V&& value) {
+    TList& self = Self();
     this->DoRemoveEqual(static_cast<V&&>(value));
-    return Self();
+    return self;
   }
   /// For each item of a sequence, deletes all that equal it. O(n * m).
   template <Detail::SourceOf<T> S>
@@ -327,9 +340,10 @@ class TListVerbs : public virtual TBase {
   /// first. O(Count()) for lists that nobody watches.
   template <Detail::PredicateArgument<T> F>
   TList& RemoveAll(F&& predicate) {
+    TList& self = Self();
     Detail::AssertCallable(predicate);
     this->DoRemoveIf(predicate, nullptr);
-    return Self();
+    return self;
   }
   /// The same; each item is handed to `action` when it is gone from the list, the last matching
   /// one first. The action may be null or an empty handle. O(Count() * matches).
@@ -339,25 +353,29 @@ class TListVerbs : public virtual TBase {
     if constexpr (Detail::IsFunctionHandle<std::remove_cvref_t<A>>) {
       if (!action) return RemoveAll(predicate);
     }
+    TList& self = Self();
     Detail::AssertCallable(predicate);
     this->DoRemoveIf(predicate, action);
-    return Self();
+    return self;
   }
 
   /// Deletes the item at `index`; outside the list nothing happens.
   TList& Delete(int32_t index) {
+    TList& self = Self();
     this->DoDelete(index, 1);
-    return Self();
+    return self;
   }
   /// Deletes up to `count` items from `index` on; outside the list nothing happens.
   TList& Delete(int32_t index, int32_t count) {
+    TList& self = Self();
     this->DoDelete(index, count);
-    return Self();
+    return self;
   }
   /// Deletes all items and drops the storage; an empty list keeps its capacity.
   TList& Clear() {
+    TList& self = Self();
     this->DoClear();
-    return Self();
+    return self;
   }
 
   // --- Order --------------------------------------------------------------------------------
@@ -365,24 +383,28 @@ class TListVerbs : public virtual TBase {
   /// Exchanges two items. Indexes are checked against the capacity alone, so a spare slot can
   /// be swapped in; past it ERangeError.
   TList& Swap(int32_t left, int32_t right) {
+    TList& self = Self();
     this->DoSwap(left, right);
-    return Self();
+    return self;
   }
   /// Moves an item to another place; what stands between moves up by one. With an index
   /// outside the list nothing happens.
   TList& Move(int32_t from, int32_t to) {
+    TList& self = Self();
     this->DoMove(from, to);
-    return Self();
+    return self;
   }
   TList& Reverse() {
+    TList& self = Self();
     this->DoReverse();
-    return Self();
+    return self;
   }
   /// Sorts by the list's own order: default comparer, or address for objects and interfaces.
   /// Equal items come in any order. O(n log n); numbers in O(n).
   TList& Sort() {
+    TList& self = Self();
     this->DoSort(nullptr);
-    return Self();
+    return self;
   }
   TList& Sort(std::nullptr_t) { return Sort(); }
   /// Sorts by a comparison that answers below, at or above 0, as a number or as `<=>` does. An
@@ -395,8 +417,9 @@ class TListVerbs : public virtual TBase {
   /// Sets the capacity: to `capacity` exactly, cutting the list with it if that is allowed, else
   /// to no less than the count.
   TList& SetCapacity(int32_t capacity, bool allowsTruncation) {
+    TList& self = Self();
     this->DoSetCapacity(capacity, allowsTruncation);
-    return Self();
+    return self;
   }
   /// The read-side verbs. Over a filled list they run forward, whatever `isReverse` says; only a
   /// list that builds its items on demand is seen backward.
@@ -408,6 +431,7 @@ class TListVerbs : public virtual TBase {
   ~TListVerbs() = default;
 
  private:
+  // Taken before a change: whoever is told of it may drop the last reference to the list.
   TList& Self() { return static_cast<TList&>(*this); }
   int32_t FindEqual(const T& value) const;
   template <class F>

@@ -156,27 +156,32 @@ bool TListVerbs<T, TList, TBase>::FindAndRemoveOne(F&& predicate, T& item) {
 template <class T, class TList, class TBase>
 template <PredicateOf<T> F, Detail::ActionArgument<T> A>
 TList& TListVerbs<T, TList, TBase>::FindAndRemoveOne(F&& predicate, A&& action) {
+  TList& self = Self();
   Detail::AssertCallable(action);
   T item{};
   if (FindAndRemoveOne(predicate, item)) action(std::as_const(item));
-  return Self();
+  return self;
 }
 
 template <class T, class TList, class TBase>
 TList& TListVerbs<T, TList, TBase>::AppendUniqueSource(Detail::TSource<T>&& source) {
+  TList& self = Self();
+  const TRef<TList> hold(self);
   source.KeepApartFrom(*this->GetState().Items);
   if (!source.IsObject(this)) source.ForEach([this](const T& item) { IfAddUnique(item); });
-  return Self();
+  return self;
 }
 
 template <class T, class TList, class TBase>
 TList& TListVerbs<T, TList, TBase>::RemoveAllSource(Detail::TSource<T>&& source) {
+  TList& self = Self();
+  const TRef<TList> hold(self);
   source.KeepApartFrom(*this->GetState().Items);
   source.ForEach([this](const T& item) {
     const T value = item;  // the item may be one of the list's own
     this->DoRemoveEqual(value);
   });
-  return Self();
+  return self;
 }
 
 template <class T, class TList, class TBase>
@@ -189,8 +194,9 @@ TList& TListVerbs<T, TList, TBase>::Sort(C&& comparison) {
   if constexpr (Detail::IsFunctionHandle<std::remove_cvref_t<C>>) {
     if (!comparison) return Sort();
   }
+  TList& self = Self();
   this->DoSort([&](T* items, int32_t count) { Detail::SortItems(items, count, comparison); });
-  return Self();
+  return self;
 }
 
 }  // namespace Talvo

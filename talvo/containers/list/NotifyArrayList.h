@@ -29,8 +29,9 @@ class TBasicNotifyArrayListIntf : public Detail::TChangeNotifier<TBase> {
     return Tell(TBase::DoInsert(index, value, count));
   }
   bool DoInsertSource(int32_t index, const Detail::TSource<T>& source) override {
-    // At the end it appends or assigns, which tells.
-    if (index >= this->GetCount()) return TBase::DoInsertSource(index, source);
+    // At the end it appends and into an empty list it assigns, which tells.
+    if (this->GetCount() == 0 || index >= this->GetCount())
+      return TBase::DoInsertSource(index, source);
     return Tell(TBase::DoInsertSource(index, source));
   }
   bool DoAdd(const T& value, int32_t count) override { return Tell(TBase::DoAdd(value, count)); }

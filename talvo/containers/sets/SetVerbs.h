@@ -79,8 +79,9 @@ class TSetVerbs : public virtual TBase {
   /// Adds an item that is not there yet, behind the others. Amortised O(1).
   template <Detail::KeyFor<T> Q = T>
   TSetI& Add(Q&& item) {
+    TSetI& self = Self();
     IfAdd(std::forward<Q>(item));
-    return Self();
+    return self;
   }
   /// The same; whether it added.
   template <Detail::KeyFor<T> Q = T>
@@ -95,12 +96,14 @@ class TSetVerbs : public virtual TBase {
   /// Adds each item of a source that is not there yet.
   template <Detail::SourceOf<T> S>
   TSetI& Append(S&& source) {
+    TSetI& self = Self();
     this->DoAppend(Detail::TSource<T>(std::forward<S>(source)));
-    return Self();
+    return self;
   }
   TSetI& Append(std::initializer_list<T> items) {
+    TSetI& self = Self();
     this->DoAppend(Detail::SourceOfBraces(items));
-    return Self();
+    return self;
   }
   /// As Append.
   template <Detail::SourceOf<T> S>
@@ -113,12 +116,14 @@ class TSetVerbs : public virtual TBase {
   /// is as it was. A walk that is under way ends or goes on among the new items.
   template <Detail::SourceOf<T> S>
   TSetI& Assign(S&& source) {
+    TSetI& self = Self();
     this->DoAssign(Detail::TSource<T>(std::forward<S>(source)));
-    return Self();
+    return self;
   }
   TSetI& Assign(std::initializer_list<T> items) {
+    TSetI& self = Self();
     this->DoAssign(Detail::SourceOfBraces(items));
-    return Self();
+    return self;
   }
 
   // --- Taking out -----------------------------------------------------------------------------
@@ -126,18 +131,21 @@ class TSetVerbs : public virtual TBase {
   /// Removes an item, if it is there.
   template <Detail::ItemArgument<T> X>
   TSetI& Remove(X&& item) {
+    TSetI& self = Self();
     this->DoRemove(item);
-    return Self();
+    return self;
   }
   /// Removes each item of a source.
   template <Detail::SourceOf<T> S>
   TSetI& Remove(S&& source) {
+    TSetI& self = Self();
     this->DoRemoveSource(Detail::TSource<T>(std::forward<S>(source)));
-    return Self();
+    return self;
   }
   TSetI& Remove(std::initializer_list<T> items) {
+    TSetI& self = Self();
     this->DoRemoveSource(Detail::SourceOfBraces(items));
-    return Self();
+    return self;
   }
   /// Removes an item; whether it was there.
   bool IfRemove(TKey item) { return this->DoRemove(item); }
@@ -145,30 +153,35 @@ class TSetVerbs : public virtual TBase {
   /// itself changes the set, it may be asked again.
   template <PredicateOf<T> F>
   TSetI& RemoveOne(F&& predicate) {
+    TSetI& self = Self();
     Detail::AssertCallable(predicate);
     this->DoRemoveIf(predicate, /*isOnce*/ true);
-    return Self();
+    return self;
   }
   template <PredicateOf<T> F>
   TSetI& RemoveAll(F&& predicate) {
+    TSetI& self = Self();
     Detail::AssertCallable(predicate);
     this->DoRemoveIf(predicate, /*isOnce*/ false);
-    return Self();
+    return self;
   }
   /// Removes what the source does not hold. When the source raises, the set is as it was.
   template <Detail::SourceOf<T> S>
   TSetI& Intersect(S&& source) {
+    TSetI& self = Self();
     this->DoIntersect(Detail::TSource<T>(std::forward<S>(source)));
-    return Self();
+    return self;
   }
   TSetI& Intersect(std::initializer_list<T> items) {
+    TSetI& self = Self();
     this->DoIntersect(Detail::SourceOfBraces(items));
-    return Self();
+    return self;
   }
   /// Removes everything and gives the memory back.
   TSetI& Clear() {
+    TSetI& self = Self();
     this->DoClear();
-    return Self();
+    return self;
   }
 
   // --- Comparing ------------------------------------------------------------------------------
