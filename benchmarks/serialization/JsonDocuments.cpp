@@ -91,8 +91,8 @@ string User(TChance& chance) {
   const string id = to_string(chance.Id());
   const string image = "http:\\/\\/images.example.com\\/profile\\/" + id + "\\/normal.jpeg";
   return R"({"id":)" + id + R"(,"id_str":")" + id + R"(","name":")" + Kana(chance, 4) +
-         R"(","screen_name":"user)" + id + R"(","location":"","description":")" +
-         Kana(chance, 30) + R"(","url":null,"entities":{"description":{"urls":[]}},)" +
+         R"(","screen_name":"user)" + id + R"(","location":"","description":")" + Kana(chance, 30) +
+         R"(","url":null,"entities":{"description":{"urls":[]}},)" +
          R"("protected":false,"followers_count":)" + chance.Count() + R"(,"friends_count":)" +
          chance.Count() + R"(,"listed_count":)" + chance.Count() +
          R"(,"created_at":"Sat Apr 19 04:21:05 +0000 2014","favourites_count":)" + chance.Count() +
@@ -117,8 +117,8 @@ string Status(TChance& chance, bool isShared) {
          User(chance) + R"(,"geo":null,"coordinates":null,"place":null,"contributors":null)" +
          shared + R"(,"retweet_count":)" + chance.Count() + R"(,"favorite_count":)" +
          chance.Count() + R"(,"entities":{"hashtags":[],"symbols":[],"urls":[],"user_mentions":[)" +
-         List(chance.Below(3), [&] { return mention; }) + R"(]},"favorited":false,"retweeted":)" +
-         chance.Truth() + R"(,"lang":"ja"})";
+         List(chance.Below(3), [&] { return string(mention); }) +
+         R"(]},"favorited":false,"retweeted":)" + chance.Truth() + R"(,"lang":"ja"})";
 }
 
 string TwitterLike() {
@@ -162,10 +162,9 @@ string CitmCatalogLike() {
     return R"({"areas":[)" + List(8, area) + R"(],"seatCategoryId":)" + id() + '}';
   };
   const auto performance = [&] {
-    return R"({"eventId":)" + id() + R"(,"id":)" + id() +
-           R"(,"logo":null,"name":null,"prices":[)" + List(5, price) + R"(],"seatCategories":[)" +
-           List(4, category) + R"(],"seatMapImage":null,"start":1372701600000,)" +
-           R"("venueCode":"PLEYEL_PLEYEL"})";
+    return R"({"eventId":)" + id() + R"(,"id":)" + id() + R"(,"logo":null,"name":null,"prices":[)" +
+           List(5, price) + R"(],"seatCategories":[)" + List(4, category) +
+           R"(],"seatMapImage":null,"start":1372701600000,)" + R"("venueCode":"PLEYEL_PLEYEL"})";
   };
   return Indented(R"({"areaNames":{},"events":{)" + List(184, event) + R"(},"performances":[)" +
                       List(243, performance) + R"(],"venueNames":{"PLEYEL_PLEYEL":"Salle"}})",

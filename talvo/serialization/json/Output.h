@@ -72,9 +72,9 @@ class TJsonOutput {
     } else {
       char digits[MaxNumberLength] = {};
       const char* const end = Write(digits, number);
-      using TBlock = TUnitBlock<char>;
-      for (int i = 0; i < static_cast<int>(MaxNumberLength); i += TBlock::Size) {
-        TBlock(digits + i).WidenTo(out + i);
+      using TDigits = TUnitBlock<char>;
+      for (int i = 0; i < static_cast<int>(MaxNumberLength); i += TDigits::Size) {
+        TDigits(digits + i).WidenTo(out + i);
       }
       FEnd = out + (end - digits);
     }
