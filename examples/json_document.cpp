@@ -26,8 +26,7 @@ class TStopwatch {
   void Step(const char* name, F&& step) {
     const auto start = std::chrono::steady_clock::now();
     step();
-    const std::chrono::duration<double, std::milli> took =
-        std::chrono::steady_clock::now() - start;
+    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
     if (took.count() <= FSlowestMs) return;
     FSlowestMs = took.count();
     FSlowest = name;
@@ -47,8 +46,8 @@ class TStopwatch {
 /// The document of a file, empty when nothing could be recovered.
 TRef<IJsonElement> Read(const string& path, bool& hasErrors) {
   // A callback makes the parser report each error and go on; without one the first would raise.
-  const JsonParser::TOnError onError = [&](const string& text, uint32_t position,
-                                           TJsonParserError, const string& message) {
+  const JsonParser::TOnError onError = [&](const string& text, uint32_t position, TJsonParserError,
+                                           const string& message) {
     const TJsonTextPosition at = LineAndColumn(text, position);
     std::cerr << path << ':' << at.Line << ':' << at.Column << ": " << message << '\n';
     hasErrors = true;
@@ -136,9 +135,8 @@ void RunQuery(const TSummary& summary) {
   });
   std::cout << "  largest table: " << table->Count() << " rows, " << unusual->Count()
             << " with members that the first lacks\n";
-  unusual->Query()->Take(2)->Query()->ForEach([](const TRef<IJsonElement>& row) {
-    std::cout << "    " << row->AsString() << '\n';
-  });
+  unusual->Query()->Take(2)->Query()->ForEach(
+      [](const TRef<IJsonElement>& row) { std::cout << "    " << row->AsString() << '\n'; });
 }
 
 // --- Changing it ------------------------------------------------------------------------------
