@@ -383,8 +383,8 @@ template <class TCollection, class TResult, class T>
 template <ActionOn<TRef<TCollection>> A>
 TRef<TCollection> IContainerQuery<TCollection, TResult, T>::DoOnce(A&& action) const {
   Detail::AssertCallable(action);
-  const TRef<TCollection> collection = GetCollection();
-  action(collection);
+  TRef<TCollection> collection = GetCollection();
+  action(std::as_const(collection));
   return collection;
 }
 

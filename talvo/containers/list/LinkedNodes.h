@@ -310,7 +310,7 @@ template <class T>
 void TLinkedNodes<T>::Purge() {
   TChain removed(*this);
   TNode* before = nullptr;
-  for (TNode* node = FFirst; FMarked > 0;) {
+  for (TNode* node = FFirst; node && FMarked > 0;) {
     TNode* next = node->Next;
     if (node->Deleted) {
       --FMarked;

@@ -167,7 +167,7 @@ TRef<TArrayJsonElement> TArrayJsonElement::Make(TRef<IJsonArray> array) {
 }
 
 TArrayJsonElement& TArrayJsonElement::Add(TRef<IJsonElement> element) {
-  Value()->Add(element);
+  Value()->Add(std::move(element));
   return *this;
 }
 
@@ -281,7 +281,7 @@ TRef<TObjectJsonElement> TObjectJsonElement::Make(TRef<IJsonObject> object) {
 }
 
 TObjectJsonElement& TObjectJsonElement::Add(u16string_view key, TRef<IJsonElement> element) {
-  Value()->Add(string(key), element);
+  Value()->Add(string(key), std::move(element));
   return *this;
 }
 

@@ -21,7 +21,7 @@ namespace {
 template <class V>
 V Required(bool isGiven, V&& value, TJsonParserError code) {
   if (!isGiven) Detail::RaiseWrongJsonKind(code);
-  return std::move(value);
+  return std::forward<V>(value);
 }
 
 template <class TElement>
