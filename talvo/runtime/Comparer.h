@@ -13,6 +13,9 @@ class IComparer : public virtual IInterface {
   TALVO_INTERFACE(IComparer, IInterface);
   /// Below 0 when left comes before right, above 0 when behind it, 0 when they are equal.
   virtual int32_t Compare(const T& left, const T& right) const = 0;
+  /// Whether this is the default order of T, which callers may then follow without calls. The
+  /// address tells nothing: each module has a default comparer of its own.
+  virtual bool IsDefault() const { return false; }
 };
 
 /// An order as a function object.
@@ -64,6 +67,7 @@ class TComparer final : public TImplements<TInterfacedObject, IComparer<T>> {
   int32_t Compare(const T& left, const T& right) const override {
     return DefaultCompare(left, right);
   }
+  bool IsDefault() const override { return true; }
   /// One object for the whole module; it lives until the process ends.
   static const TRef<IComparer<T>>& Default() {
     static const auto& comparer = *new TRef<IComparer<T>>(Create<TComparer>());

@@ -183,8 +183,7 @@ class TQuery : public TImplements<TBasicInterfacedObject, IQuery<T>> {
   /// Asserts that there is a function. Without a comparer the default one of T serves.
   explicit TQuery(TFunc<TRef<ISizeEnumerator<T>>> createEnumerator,
                   TRef<IComparer<T>> comparer = nullptr)
-      : FCreateEnumerator(std::move(createEnumerator)),
-        FComparer(comparer ? std::move(comparer) : TComparer<T>::Default()) {
+      : FCreateEnumerator(std::move(createEnumerator)), FComparer(std::move(comparer)) {
     Assert(static_cast<bool>(FCreateEnumerator));
   }
 
@@ -196,7 +195,7 @@ class TQuery : public TImplements<TBasicInterfacedObject, IQuery<T>> {
   TRef<ISizeEnumerator<T>> NewSourceEnumerator() const override { return FCreateEnumerator(); }
   bool GetSourceArray(const TArray<T>*&, const TCountCell*&) const override { return false; }
   const IComparer<T>* GetEquality() const override {
-    return FComparer == TComparer<T>::Default() ? nullptr : FComparer.Get();
+    return FComparer && !FComparer->IsDefault() ? FComparer.Get() : nullptr;
   }
 
  protected:
@@ -204,7 +203,7 @@ class TQuery : public TImplements<TBasicInterfacedObject, IQuery<T>> {
   explicit TQuery(TRef<IComparer<T>> comparer) : FComparer(std::move(comparer)) {}
 
   TFunc<TRef<ISizeEnumerator<T>>> FCreateEnumerator;
-  TRef<IComparer<T>> FComparer;
+  TRef<IComparer<T>> FComparer;  // none: the default one
 };
 
 /// The verbs over a collection that makes enumerators and results by functions.

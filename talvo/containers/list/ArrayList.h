@@ -142,15 +142,15 @@ template <class T, class TList>
 class TArrayListIntf : public TBasicArrayListIntf<T, TList> {
  public:
   const IComparer<T>* GetEquality() const override {
-    return FComparer == TComparer<T>::Default() ? nullptr : FComparer.Get();
+    return FComparer && !FComparer->IsDefault() ? FComparer.Get() : nullptr;
   }
   TRef<IArrayList<T>> CreateList() const override;
 
  protected:
-  TArrayListIntf() : FComparer(TComparer<T>::Default()) {}
+  TArrayListIntf() = default;
   void SortByOwnOrder(T* items, int32_t count) override;
 
-  TRef<IComparer<T>> FComparer;
+  TRef<IComparer<T>> FComparer;  // none: the default one
 };
 
 namespace Detail {
