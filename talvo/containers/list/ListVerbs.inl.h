@@ -75,11 +75,9 @@ TRef<IContainerQuery<TList, IArrayList<T>, T>> TListVerbs<T, TList, TBase>::Quer
 template <class T, class TList, class TBase>
 int32_t TListVerbs<T, TList, TBase>::FindEqual(const T& value) const {
   const IComparer<T>* equality = this->GetEquality();
-  if (equality) {
-    auto isEqual = [&](const T& item) { return equality->Compare(item, value) == 0; };
-    return FindIf(isEqual);
-  }
-  auto isEqual = [&](const T& item) { return DefaultCompare(item, value) == 0; };
+  auto isEqual = [&](const T& item) {
+    return (equality ? equality->Compare(item, value) : DefaultCompare(item, value)) == 0;
+  };
   return FindIf(isEqual);
 }
 
