@@ -87,6 +87,7 @@ class TDictionary {
   /// The value of a key, valid as that of Find. Raises EKeyNotFound.
   const V& GetItem(TKey key) const;
 
+  /// Whether there is such a key.
   bool ContainsKey(TKey key) const { return Find(key) != nullptr; }
 
   /// Whether a key has this value, by operator==. O(n).
@@ -130,6 +131,7 @@ class TDictionary {
   int64_t FBase = 0;  // the position of the storage's first pair, as Next counts them
 };
 
+/// A forward iterator over the items in their order; invalid after a change.
 template <class K, class V>
 class TDictionary<K, V>::TIterator {
  public:

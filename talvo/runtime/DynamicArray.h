@@ -110,6 +110,8 @@ int32_t SizeOf(const S& source) {
 
 }  // namespace Detail
 
+/// A dynamic array: one pointer to counted storage that copies share. Not locked; arrays that share
+/// storage may be copied and dropped on any threads.
 template <class T>
 class TArray {
   static_assert(std::is_default_constructible_v<T> && std::is_copy_constructible_v<T> &&
@@ -144,6 +146,7 @@ class TArray {
     return made;
   }
 
+  /// The number of items.
   int32_t Length() const noexcept { return FItems ? Header()->Length : 0; }
   bool IsEmpty() const noexcept { return !FItems; }
   /// The items; null when empty. Valid until the length changes.

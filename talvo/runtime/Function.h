@@ -101,6 +101,7 @@ class TFunction<R(A...)> {
   R operator()(A... arguments) const { return Invoke(static_cast<A&&>(arguments)...); }
 
   explicit operator bool() const noexcept { return static_cast<bool>(FFunction); }
+  /// The function object behind the handle, by which handles are equal.
   const TRef<TTarget>& Object() const noexcept { return FFunction; }
   uint64_t HashValue() const noexcept { return FFunction.HashValue(); }
 

@@ -141,8 +141,10 @@ struct THash {
   }
 };
 
+/// The hash of a text: that of its units.
 template <class C>
 struct THash<std::basic_string_view<C>> {
+  /// O(length).
   static uint64_t Of(std::basic_string_view<C> key) {
     return HashBytes(key.data(), key.size() * sizeof(C));
   }

@@ -162,6 +162,7 @@ class TOwn {
     return *this;
   }
 
+  /// The object, still owned here.
   T* Get() const noexcept { return FPtr; }
   T* operator->() const noexcept { return FPtr; }
   T& operator*() const noexcept { return *FPtr; }

@@ -63,6 +63,7 @@ class TRef {
   /// Adds a reference of its own; null gives an empty one.
   static TRef Share(I* object) noexcept { return TRef(object); }
 
+  /// The object, without a reference of its own.
   I* Get() const noexcept { return FPtr; }
   I* operator->() const noexcept { return FPtr; }
   I& operator*() const noexcept { return *FPtr; }

@@ -131,6 +131,7 @@ class TALVO_API TValue {
   ~TValue();
   TValue& operator=(TValue other) noexcept;
 
+  /// Holds a value of any type; a TValue is handed through.
   template <class T>
   static TValue From(T value) {
     if constexpr (std::is_same_v<T, TValue>) return value;
@@ -152,6 +153,7 @@ class TALVO_API TValue {
     return made;
   }
 
+  /// Whether nothing is held.
   bool IsEmpty() const noexcept { return !FOperations; }
   /// The handle of the type held; null when empty.
   TTypeHandle TypeInfo() const { return FOperations ? FOperations->Handle() : nullptr; }

@@ -212,6 +212,7 @@ class TContainerQuery : public TImplements<TQuery<T>, IContainerQuery<TCollectio
   using TBase = TImplements<TQuery<T>, IContainerQuery<TCollection, TResult, T>>;
 
  public:
+  /// Makes an empty result, and adds an item to one.
   using TCreateCollection = TFunc<TRef<TResult>>;
   using TAddToCollection = TConstProc<TRef<TResult>, T>;
 

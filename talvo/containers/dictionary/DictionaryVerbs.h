@@ -49,8 +49,11 @@ class IDictionaryCore : public virtual IPairCollection<K, V> {
   /// The items, for lookups and walks; the caller keeps this object alive.
   virtual const Rtl::TDictionary<K, V>& GetDictionary() const = 0;
 
+  /// Adds a key, or does what `present` says to one that is there; the second form takes the key
+  /// over.
   virtual bool DoStore(TLookupKey<K> key, V&& value, TPresentKey present) = 0;
   virtual bool DoStoreOwned(K&& key, V&& value, TPresentKey present) = 0;
+  /// Removes a key.
   virtual bool DoRemove(TLookupKey<K> key) = 0;
   /// Removes a key and hands it out; a missing one comes back with V{}.
   virtual TPair<K, V> DoExtract(TLookupKey<K> key) = 0;
@@ -77,9 +80,11 @@ class TDictionaryVerbs : public virtual TBase {
 
   // --- Looking up -----------------------------------------------------------------------------
 
+  /// The number of keys.
   int32_t GetCount() const { return this->GetDictionary().Count(); }
   int32_t Count() const { return GetCount(); }
 
+  /// Whether there is such a key.
   bool ContainsKey(TKey key) const { return this->GetDictionary().ContainsKey(key); }
   /// Whether a key has this value, by operator==. O(Count()).
   bool ContainsValue(const V& value) const { return this->GetDictionary().ContainsValue(value); }

@@ -64,6 +64,7 @@ class TBasicLinkedListIntf : public TImplements<TBasicInterfacedObject, I, IList
  protected:
   TBasicLinkedListIntf() = default;
 
+  /// Removes all items without telling anybody; false when there was none.
   bool InternalClear() { return FNodes.Clear(); }
   /// An enumerator ended; the last one takes the marked nodes along. Raises EIntOverflow when
   /// none was alive.

@@ -52,12 +52,14 @@ class ILinkedListCore : public virtual ISizeEnumerable<T> {
  public:
   using TItem = T;
 
+  /// The number of items, those marked as removed not among them.
   virtual int32_t GetCount() const = 0;
   /// The nodes, for loops that walk them directly; the caller keeps the list alive.
   virtual Detail::TLinkedNodes<T>& GetNodes() const = 0;
   /// A new empty list of the same kind, for results.
   virtual TRef<ILinkedList<T>> CreateList() const = 0;
 
+  /// Behind the verbs of these names, each once for all of its forms.
   virtual bool DoAdd(const T& value, int32_t count) = 0;
   virtual void DoAddMoved(T&& value) = 0;
   virtual void DoAddFirst(const T& value) = 0;

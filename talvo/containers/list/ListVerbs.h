@@ -82,6 +82,7 @@ class IArrayListCore : public virtual IReverseIndexedEnumerable<T> {
  public:
   using TItem = T;
 
+  /// Count and items, as the verbs of these names tell.
   virtual int32_t GetCount() const = 0;
   virtual const T& GetItem(int32_t index) const = 0;
   /// Storage and count; a list that builds its items on demand builds them first.
@@ -91,6 +92,9 @@ class IArrayListCore : public virtual IReverseIndexedEnumerable<T> {
   /// A new empty list of the same class, for results.
   virtual TRef<IArrayList<T>> CreateList() const = 0;
 
+  // What the verbs do, each once for all of its forms. The arguments are as the caller gave them.
+
+  /// Behind SetCount, SetItem, Insert, Add, AddFirst, Append, Assign and Delete.
   virtual bool DoSetCount(int32_t count) = 0;
   virtual bool DoSetItem(int32_t index, const T& value) = 0;
   virtual bool DoInsert(int32_t index, const T& value, int32_t count) = 0;
@@ -124,6 +128,7 @@ class TListVerbs : public virtual TBase {
  public:
   // --- Count and items ----------------------------------------------------------------------
 
+  /// The number of items.
   int32_t Count() const { return this->GetCount(); }
   /// Cuts the list, or fills it up with default items; storage grows to exactly `count` and never
   /// shrinks. Raises ERangeError when `count` is below 0.
@@ -425,6 +430,7 @@ class TListVerbs : public virtual TBase {
   /// list that builds its items on demand is seen backward.
   TRef<IContainerQuery<TList, IArrayList<T>, T>> Query(bool isReverse = false) const;
 
+  /// A walk over the items from the first. It reads live, and does not keep the list alive.
   TRef<ISizeEnumerator<T>> GetEnumerator() const { return this->NewSizeEnumerator(); }
 
  protected:

@@ -27,6 +27,8 @@ class ISetCore : public virtual ISizeEnumerable<T> {
   /// The items as keys, for lookups and walks; the caller keeps this object alive.
   virtual const Rtl::TDictionary<T, int32_t>& GetDictionary() const = 0;
 
+  /// Behind the verbs of these names, each once for all of its forms; DoAddOwned takes the item
+  /// over, DoRemoveIf ends after the first one if `isOnce`.
   virtual bool DoAdd(TLookupKey<T> item) = 0;
   virtual bool DoAddOwned(T&& item) = 0;
   virtual bool DoAppend(const Detail::TSource<T>& source) = 0;
@@ -55,6 +57,7 @@ class TSetVerbs : public virtual TBase {
 
   // --- Items ----------------------------------------------------------------------------------
 
+  /// The number of items.
   int32_t GetCount() const { return this->GetDictionary().Count(); }
   int32_t Count() const { return GetCount(); }
   /// The item at `index`, counted from 0 in the order in which the items came. Raises ERangeError

@@ -27,6 +27,7 @@ struct TJsonTextPosition {
 /// Line and column of a unit of a text. Lines end with LF, CR or CR LF. O(position).
 TALVO_API TJsonTextPosition LineAndColumn(u16string_view text, uint32_t position);
 
+/// Reads JSON text into trees. Calls are independent of each other: any thread may call.
 class TALVO_API JsonParser : public TBasicObject {
  public:
   /// Is told of an error: the whole text, the position in it in UTF-16 units from 0, the code and
