@@ -37,6 +37,7 @@ class TCountedValue {
     return *this;
   }
   int Number() const { return FNumber; }
+  int HashValue() const { return FNumber; }
   friend auto operator<=>(const TCountedValue&, const TCountedValue&) = default;
 
  private:
@@ -67,6 +68,33 @@ void ForEveryFailure(F&& body) {
     } catch (const typename T::ECopyFailed&) {
       ASSERT_EQ(before, T::Live()) << "leak when copy " << copy << " fails";
     }
+  }
+}
+
+/// The same for a change to what `make` gives: when a copy fails, `show` must show what it did.
+template <class T, class TMake, class TShow, class F>
+void ForEveryFailure(TMake&& make, TShow&& show, F&& change) {
+  const auto before = show(make());
+  ForEveryFailure<T>([&] {
+    auto target = make();
+    try {
+      change(target);
+    } catch (const typename T::ECopyFailed&) {
+      T::ThrowOnCopy(0);
+      EXPECT_TRUE(before == show(target)) << "changed by what failed";
+      throw;
+    }
+  });
+}
+
+/// What `code` raises: "ERangeError: Range check failed", or nothing.
+template <class F>
+std::string Raised(F&& code) {
+  try {
+    code();
+    return "";
+  } catch (const Exception& e) {
+    return ToUtf8(e.ClassName()) + ": " + e.what();
   }
 }
 
@@ -108,6 +136,6 @@ inline unsigned TestSeed() {
 #define TALVO_SEEDED(engine)                                 \
   const unsigned seed = TestSeed();                          \
   SCOPED_TRACE(testing::Message() << "TALVO_SEED=" << seed); \
-  std::mt19937 engine(seed)
+  std::mt19937_64 engine(seed)
 
 }  // namespace Talvo

@@ -25,12 +25,9 @@ TEST(ComparerTest, DefaultOrderByKindOfType) {
   const int items[2] = {};
   ExpectBefore(&items[0], &items[1]);
   ExpectBefore(TCounted(1), TCounted(2));
-}
-
-TEST(ComparerTest, ReferencesCompareByAddress) {
   TRef<IWatched> first = Create<TWatched>(), second = Create<TWatched>();
   if (first.Get() > second.Get()) first.Swap(second);
-  ExpectBefore(first, second);
+  ExpectBefore(first, second);  // by address
 }
 
 TEST(ComparerTest, TypesWithoutOrderHaveAtLeastAnEquality) {

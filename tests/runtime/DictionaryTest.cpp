@@ -1,26 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/runtime/Dictionary.h>
 
-#include <algorithm>
-#include <gtest/gtest.h>
-#include <iterator>
-#include <limits>
+#include <tests/TestTypes.h>
+
+#include <functional>
 #include <memory>
 #include <optional>
-#include <random>
-#include <utility>
-#include <vector>
-#include <talvo/runtime/Exceptions.h>
 
 namespace Talvo {
 namespace {
 
 using Rtl::TDictionary;
 
+/// The items in their order; each is found by its key too.
 template <class K, class V>
 std::vector<std::pair<K, V>> ItemsOf(const TDictionary<K, V>& dictionary) {
   std::vector<std::pair<K, V>> items;
-  for (const auto& [key, value] : dictionary) items.emplace_back(key, value);
+  for (const auto& [key, value] : dictionary) {
+    EXPECT_EQ(&value, dictionary.Find(key));
+    items.emplace_back(key, value);
+  }
   return items;
 }
 
@@ -33,182 +32,97 @@ struct TSameHash {
 };
 
 template <class K>
-class TModel {
- public:
-  TModel(uint64_t seed, size_t range) : FRandom(seed), FRange(range) {}
-
-  void Step() {
-    const K key = RandomKey();
-    const auto value = static_cast<int32_t>(FRandom());
-    const auto held = std::find_if(FItems.begin(), FItems.end(),
-                                   [&key](const auto& item) { return item.first == key; });
-    const bool isHere = held != FItems.end();
-    const int32_t heldValue = isHere ? held->second : 0;
-    ASSERT_EQ(isHere, FTested.ContainsKey(key));
-    switch (FRandom() % 12) {
-      case 0:
-      case 1:
-      case 2:
-        EXPECT_EQ(!isHere, FTested.AddOrSetValue(K(key), value));
-        if (isHere) held->second = value;
-        if (!isHere) FItems.emplace_back(key, value);
-        break;
-      case 3:
-      case 4: {
-        const auto added = FTested.TryAddHashed(FTested.HashOf(key), key, value);
-        EXPECT_EQ(!isHere, added.IsNew);
-        EXPECT_EQ(isHere ? heldValue : value, added.Value);
-        if (!isHere) FItems.emplace_back(key, value);
-        break;
-      }
-      case 5:
-      case 6:
-      case 7:
-        EXPECT_EQ(isHere, FTested.Remove(key));
-        if (isHere) FItems.erase(held);
-        break;
-      case 8: {
-        const auto [outKey, outValue] = FTested.ExtractPair(key);
-        EXPECT_TRUE(outKey == key && outValue == heldValue);
-        if (isHere) FItems.erase(held);
-        break;
-      }
-      case 9: {
-        int32_t out = -1;
-        EXPECT_EQ(isHere, FTested.TryGetValue(key, out));
-        EXPECT_EQ(heldValue, out);
-        break;
-      }
-      case 10:
-        FTested.Reserve(static_cast<int32_t>(FRandom() % FRange));
-        FTested = TDictionary<K, int32_t>(FTested);
-        break;
-      default:
-        FTested.TrimExcess();
-        if (FRandom() % 64 != 0) break;
-        FTested.Clear();
-        FItems.clear();
-    }
-  }
-
-  void Check() {
-    ASSERT_EQ(FItems, ItemsOf(FTested));
-    ASSERT_EQ(static_cast<int32_t>(FItems.size()), FTested.Count());
-    int64_t position = -1;
-    for (const auto& [key, value] : FItems) {
-      ASSERT_EQ(FTested.Find(key), &FTested.Next(position)->Value);
-    }
-    ASSERT_EQ(nullptr, FTested.Next(position));
-  }
-
- private:
-  K RandomKey() {
-    const size_t number = FRandom() % FRange;
-    if constexpr (std::is_same_v<K, string>) {
-      return string(number % 61, u'k') + static_cast<char16_t>(number);
-    } else {
-      return K{number};
-    }
-  }
-
-  std::mt19937_64 FRandom;
-  size_t FRange;
-  TDictionary<K, int32_t> FTested;
-  std::vector<std::pair<K, int32_t>> FItems;
-};
-
-template <class K>
-class DictionaryModel : public ::testing::Test {};
-using TModelKeys = ::testing::Types<uint64_t, string, TSameHash>;
+class DictionaryModel : public testing::Test {};
+using TModelKeys = testing::Types<uint64_t, string, TSameHash>;
 TYPED_TEST_SUITE(DictionaryModel, TModelKeys);
 
 TYPED_TEST(DictionaryModel, BehavesLikeAList) {
-  const uint64_t seed = std::random_device()();
-  SCOPED_TRACE(seed);
+  TALVO_SEEDED(random);
+  using TMap = TDictionary<TypeParam, int32_t>;
   for (const size_t range : {4, 12, 50, 2000}) {
-    TModel<TypeParam> model(seed, range);
+    TMap map;
+    std::vector<std::pair<TypeParam, int32_t>> model;
+    auto at = model.end();
+    TypeParam key{};
+    bool isHere;
+    int32_t value, held;
+    const auto erase = [&](bool isAsExpected) {
+      EXPECT_TRUE(isAsExpected);
+      if (isHere) model.erase(at);
+    };
+    const std::function<void()> verbs[] = {
+        [&] {
+          EXPECT_EQ(!isHere, map.AddOrSetValue(TypeParam(key), value));
+          isHere ? void(at->second = value) : void(model.emplace_back(key, value));
+        },
+        [&] {
+          const auto added = map.TryAddHashed(map.HashOf(key), key, value);
+          EXPECT_TRUE(added.IsNew != isHere && added.Value == (isHere ? held : value));
+          if (!isHere) model.emplace_back(key, value);
+        },
+        [&] { erase(map.Remove(key) == isHere); },
+        [&] {
+          erase(map.ExtractPair(key) == TPair{key, held});
+        },
+        [&] { EXPECT_TRUE(map.TryGetValue(key, value) == isHere && value == held); },
+        [&] { map.Reserve(static_cast<int32_t>(random() % range)), map = TMap(map); },
+        [&] { map.TrimExcess(); },
+        [&] { random() % 64 == 0 ? (map.Clear(), model.clear()) : void(); }};
     for (int step = 0; step < 4000 && !this->HasFailure(); ++step) {
-      model.Step();
-      if (step % 50 == 0) model.Check();
+      const size_t number = random() % range;
+      if constexpr (std::is_same_v<TypeParam, string>) {
+        key = string(number % 61, u'k') + static_cast<char16_t>(number);
+      } else {
+        key = {number};
+      }
+      value = static_cast<int32_t>(random());
+      at = std::find_if(model.begin(), model.end(), [&](auto& item) { return item.first == key; });
+      isHere = at != model.end();
+      held = isHere ? at->second : 0;
+      ASSERT_EQ(isHere, map.ContainsKey(key));
+      verbs[random() % std::size(verbs)]();
+      if (step % 50 != 0) continue;
+      ASSERT_EQ(model, ItemsOf(map));
+      ASSERT_EQ(static_cast<int32_t>(model.size()), map.Count());
+      int64_t position = -1;
+      for (const auto& item : model) ASSERT_EQ(map.Find(item.first), &map.Next(position)->Value);
+      ASSERT_EQ(nullptr, map.Next(position));
     }
   }
 }
 
 // What raises leaves everything as it was.
 
-/// Counts its objects; copy number n may raise, and without a noexcept move so may move number n.
-template <bool IsMovable>
-class TCounted {
- public:
-  struct ECopyFailed {};
-  static inline int Live = 0;
-  static inline int CopiesUntilRaise = 0;
-
-  explicit TCounted(int number = 0) : FNumber(number) { ++Live; }
-  TCounted(const TCounted& other) : FNumber(other.FNumber) {
-    RaiseMaybe();
-    ++Live;
-  }
-  TCounted(TCounted&& other) noexcept(IsMovable) : FNumber(std::exchange(other.FNumber, -2)) {
-    if constexpr (!IsMovable) RaiseMaybe();
-    ++Live;
-  }
-  ~TCounted() { --Live; }
-  TCounted& operator=(const TCounted& other) {
-    FNumber = TCounted(other).FNumber;
-    return *this;
-  }
-  friend bool operator==(const TCounted&, const TCounted&) = default;
-  int HashValue() const { return FNumber; }
-
- private:
-  static void RaiseMaybe() {
-    if (CopiesUntilRaise > 0 && --CopiesUntilRaise == 0) throw ECopyFailed();
-  }
-  int FNumber;
-};
-
 template <class T>
-class DictionaryFailure : public ::testing::Test {};
-using TCountedKinds = ::testing::Types<TCounted<true>, TCounted<false>>;
+class DictionaryFailure : public testing::Test {};
+using TCountedKinds = testing::Types<TCounted, TCopied>;
 TYPED_TEST_SUITE(DictionaryFailure, TCountedKinds);
 
 TYPED_TEST(DictionaryFailure, LeavesTheDictionaryAsItWas) {
   using T = TypeParam;
   using TMap = TDictionary<T, T>;
-  const std::pair<const char*, void (*)(TMap&)> operations[] = {
-      {"Add", [](TMap& map) { map.Add(T(9), T(9)); }},
-      {"AddCopy", [](TMap& map) { map.Add(map.begin()->Value, map.begin()->Key); }},
-      {"Set", [](TMap& map) { map.AddOrSetValue(T(0), map.begin()->Key); }},
-      {"Remove", [](TMap& map) { map.Remove(T(0)); }},
-      {"Extract", [](TMap& map) { map.ExtractPair(T(0)); }},
-      {"Copy", [](TMap& map) { map = TMap(map); }},
-      {"Trim", [](TMap& map) { map.TrimExcess(); }},
-      {"Reserve", [](TMap& map) { map.Reserve(100); }},
+  void (*const changes[])(TMap&) = {
+      [](TMap& map) { map.Add(T(9), T(9)); },
+      [](TMap& map) { map.Add(map.begin()->Value, map.begin()->Key); },
+      [](TMap& map) { map.AddOrSetValue(T(0), map.begin()->Key); },
+      [](TMap& map) { map.Remove(T(0)); },
+      [](TMap& map) { map.ExtractPair(T(0)); },
+      [](TMap& map) { map = TMap(map); },
+      [](TMap& map) { map.TrimExcess(); },
+      [](TMap& map) { map.Reserve(100); },
   };
-  for (const auto& [name, operation] : operations) {
+  for (const auto& change : changes) {
     for (const int count : {1, 3, 4, 8, 13, 14, 15, 28}) {  // on and beside the steps of growth
-      SCOPED_TRACE(::testing::Message() << name << " with " << count);
-      bool hasRaised = true;
-      for (int copies = 1; hasRaised; ++copies) {
-        {
-          TMap map;
-          for (int key = 0; key < count; ++key) map.Add(T(100 * key), T(-1));
-          const auto before = ItemsOf(map);
-          T::CopiesUntilRaise = copies;
-          try {
-            operation(map);
-            hasRaised = false;
-          } catch (const typename T::ECopyFailed&) {
-            EXPECT_EQ(before, ItemsOf(map)) << "copy " << copies;
-            EXPECT_TRUE(map.ContainsKey(T(0)));
-          }
-          T::CopiesUntilRaise = 0;
-        }
-        ASSERT_EQ(0, T::Live) << "copy " << copies;
-      }
+      SCOPED_TRACE(testing::Message() << "change " << &change - changes << " of " << count);
+      const auto make = [count] {
+        TMap map;
+        for (int key = 0; key < count; ++key) map.Add(T(100 * key), T(-1));
+        return map;
+      };
+      ForEveryFailure<T>(make, ItemsOf<T, T>, change);
     }
   }
+  EXPECT_EQ(0, T::Live());
 }
 
 /// What changes the dictionary it was in when it ends, and leaves another one like it there.
@@ -233,15 +147,15 @@ struct TReturning {
 
 TEST(DictionaryTest, DestructorsMayUseTheDictionary) {
   using TMap = TReturning::TMap;
-  const std::pair<const char*, void (*)(TMap&)> operations[] = {
-      {"Remove", [](TMap& map) { EXPECT_TRUE(map.Remove(2)); }},
-      {"Set", [](TMap& map) { map.AddOrSetValue(2, TReturning::THolder{}); }},
-      {"Extract", [](TMap& map) { EXPECT_EQ(2, map.ExtractPair(2).Key); }},
-      {"Clear", [](TMap& map) { map.Clear(); }},
+  void (*const operations[])(TMap&) = {
+      [](TMap& map) { EXPECT_TRUE(map.Remove(2)); },
+      [](TMap& map) { map.AddOrSetValue(2, TReturning::THolder{}); },
+      [](TMap& map) { EXPECT_EQ(2, map.ExtractPair(2).Key); },
+      [](TMap& map) { map.Clear(); },
   };
-  for (const auto& [name, operation] : operations) {
+  for (const auto& operation : operations) {
     for (const int32_t count : {3, 8, 14, 100}) {
-      SCOPED_TRACE(::testing::Message() << name << " with " << count);
+      SCOPED_TRACE(testing::Message() << &operation - operations << " with " << count);
       TMap map;
       for (int32_t key = 0; key < count; ++key) map.TryAdd(key);
       map.AddOrSetValue(2, TReturning::Make(map, 5));
@@ -417,7 +331,7 @@ TEST(DictionaryTest, EndlessChangeTakesNoMoreMemoryAndNoMoreTime) {
   constexpr int32_t changes = 30000;
   for (const bool isOldestRemoved : {true, false}) {
     for (const int32_t held : {1, 7, 100, 1000}) {
-      SCOPED_TRACE(::testing::Message() << "oldest: " << isOldestRemoved << ", held: " << held);
+      SCOPED_TRACE(testing::Message() << "oldest: " << isOldestRemoved << ", held: " << held);
       TMap map;
       for (int32_t key = 0; key < held; ++key) map.TryAdd(key);
       TMoveCounter::Moves = 0;

@@ -111,18 +111,14 @@ TYPED_TEST_SUITE(DynamicArrayFailureTest, TFailing);
 
 TYPED_TEST(DynamicArrayFailureTest, NothingChangesWhenACopyFails) {
   const std::vector<TypeParam> items = Sequence<TypeParam>(5);
+  struct THandles {
+    TArray<TypeParam> Array, Shared = Array;
+  };
   const auto check = [&](auto&& change) {
-    ForEveryFailure<TypeParam>([&] {
-      TArray<TypeParam> array(items);
-      const TArray<TypeParam> shared = array;
-      try {
-        change(array);
-      } catch (...) {
-        TypeParam::ThrowOnCopy(0);
-        ExpectItems(items, array);
-        throw;
-      }
-    });
+    ForEveryFailure<TypeParam>(
+        [&] { return THandles{TArray<TypeParam>(items)}; },
+        [](const auto& handles) { return std::vector(handles.Array.begin(), handles.Array.end()); },
+        [&](auto& handles) { change(handles.Array); });
   };
   check([&](auto& array) { array.Insert(2, items.data(), 3); });
   check([&](auto& array) { array.Insert(5, array.Data(), 5); });

@@ -1,21 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/runtime/Numbers.h>
 
+#include <tests/TestTypes.h>
+
 #include <bit>
 #include <cfloat>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <gtest/gtest.h>
-#include <limits>
-#include <random>
-#include <talvo/runtime/Exceptions.h>
+#include <sstream>
 
 namespace Talvo {
 namespace {
-
-constexpr double Infinity = std::numeric_limits<double>::infinity();
 
 TEST(NumbersTest, IntegersAndHexadecimal) {
   EXPECT_EQ(u"0", IntToStr(0));
@@ -28,30 +23,16 @@ TEST(NumbersTest, IntegersAndHexadecimal) {
 }
 
 TEST(NumbersTest, FloatsInTheirShortestSpelling) {
-  struct TCase {
-    double Value;
-    u16string_view Text;
-  };
-  const TCase cases[] = {{-0.0, u"0"},
-                         {-0.1, u"-0.1"},
-                         {1.0 / 3, u"0.333333333333333"},
-                         {0.0001, u"0.0001"},
-                         {0.00001, u"1E-5"},
-                         {0.00009999999999999999, u"0.0001"},
-                         {999999999999999, u"999999999999999"},
-                         {999999999999999.5, u"1E15"},
-                         {1e15, u"1E15"},
-                         {-1.5e20, u"-1.5E20"},
-                         {123456789012345678.0, u"1.23456789012346E17"},
-                         {-99999999999999.9, u"-99999999999999.9"},
-                         {DBL_MAX, u"1.79769313486232E308"},
-                         {-DBL_MIN, u"-2.2250738585072E-308"},
-                         {5e-324, u"4.94065645841247E-324"},
-                         {Infinity, u"INF"},
-                         {-Infinity, u"-INF"},
-                         {std::nan(""), u"NAN"},
-                         {-std::nan(""), u"NAN"}};
-  for (const TCase& c : cases) EXPECT_EQ(c.Text, FloatToStr(c.Value)) << c.Value;
+  std::istringstream cases(
+      "-0.0 0 -0.1 -0.1 0.33333333333333333 0.333333333333333 0.0001 0.0001 0.00001 1E-5 "
+      "0.00009999999999999999 0.0001 999999999999999 999999999999999 999999999999999.5 1E15 "
+      "1e15 1E15 -1.5e20 -1.5E20 123456789012345678.0 1.23456789012346E17 "
+      "-99999999999999.9 -99999999999999.9 1.7976931348623157e308 1.79769313486232E308 "
+      "-2.2250738585072014e-308 -2.2250738585072E-308 5e-324 4.94065645841247E-324 "
+      "inf INF -inf -INF nan NAN -nan NAN");
+  for (std::string value, text; cases >> value >> text;) {
+    EXPECT_EQ(text, ToUtf8(FloatToStr(std::strtod(value.c_str(), nullptr)))) << value;
+  }
 }
 
 // What %.15g prints, with our spelling of the exponent.
@@ -64,9 +45,7 @@ std::string Printed(double value) {
 }
 
 TEST(NumbersTest, FloatsRoundAsPrintfRounds) {
-  const uint64_t seed = std::random_device()();
-  SCOPED_TRACE(seed);
-  std::mt19937_64 random(seed);
+  TALVO_SEEDED(random);
   const auto check = [](double value) {
     if (!std::isfinite(value) || testing::Test::HasFailure()) return;
     char text[MaxNumberLength];
@@ -74,7 +53,7 @@ TEST(NumbersTest, FloatsRoundAsPrintfRounds) {
     EXPECT_EQ(Printed(-value), std::string(text, WriteFloat(text, -value)));
   };
   const auto checkAround = [&check](double value) {
-    for (const double target : {value, 0.0, Infinity}) check(std::nextafter(value, target));
+    for (const double target : {value, 0.0, HUGE_VAL}) check(std::nextafter(value, target));
   };
   for (int power = -340; power < 308; ++power) {
     for (const char* digits : {"1", "5", "9.99999999999999", "9.999999999999995"}) {
@@ -93,92 +72,79 @@ TEST(NumbersTest, FloatsRoundAsPrintfRounds) {
   }
 }
 
-template <class N>
-struct TReading {
-  std::string Text;
-  bool IsValid;
-  N Value;
-};
+bool TryRead(auto text, int64_t& value) {
+  return TryStrToInt64(text, value);
+}
+bool TryRead(auto text, uint64_t& value) {
+  return TryStrToUInt64(text, value);
+}
+bool TryRead(auto text, double& value) {
+  return TryStrToFloat(text, value);
+}
 
 // The narrow and the wide form of one reading.
-template <class N, class F>
-void CheckReading(const TReading<N>& c, F&& read) {
-  SCOPED_TRACE(c.Text.substr(0, 100));
-  N value = 77;
-  EXPECT_EQ(c.IsValid, read(std::string_view(c.Text), value));
-  EXPECT_EQ(c.Value, value);
-  value = 77;
-  EXPECT_EQ(c.IsValid, read(u16string_view(FromUtf8(c.Text, TSurrogates::Replace)), value));
-  EXPECT_EQ(c.Value, value);
+template <class N>
+void ExpectRead(const std::string& text, N number, bool isValid = true) {
+  SCOPED_TRACE(text.substr(0, 100));
+  N narrow = 77, wide = 77;
+  EXPECT_EQ(isValid, TryRead(std::string_view(text), narrow));
+  EXPECT_EQ(number, narrow);
+  EXPECT_EQ(isValid, TryRead(u16string_view(FromUtf8(text, TSurrogates::Replace)), wide));
+  EXPECT_EQ(number, wide);
+}
+template <class N>
+void ExpectRefused(std::initializer_list<std::string> texts) {
+  for (const auto& text : texts) ExpectRead<N>(text, 0, /*isValid*/ false);
 }
 
 TEST(NumbersTest, ReadsIntegers) {
-  const auto readSigned = [](auto text, int64_t& value) { return TryStrToInt64(text, value); };
-  const auto readUnsigned = [](auto text, uint64_t& value) { return TryStrToUInt64(text, value); };
-  for (const char* text : {"", "-", "+", "--1", "+-1", " 1", "1 ", "1.0", "1e3", "0x1", "1\xD9\xA1",
-                           "/", ":", "99999999999999999999999999", "18446744073709551616"}) {
-    CheckReading<int64_t>({text, false, 0}, readSigned);
-    CheckReading<uint64_t>({text, false, 0}, readUnsigned);
-  }
-  const std::string zeros(1000000, '0');
-  for (const auto& c : {TReading<int64_t>{"-0", true, 0},
-                        {"+7", true, 7},
-                        {zeros + "42", true, 42},
-                        {"9223372036854775807", true, INT64_MAX},
-                        {"9223372036854775808", false, 0},
-                        {"-9223372036854775808", true, INT64_MIN},
-                        {"-9223372036854775809", false, 0}}) {
-    CheckReading(c, readSigned);
-  }
-  for (const auto& c : {TReading<uint64_t>{"18446744073709551615", true, UINT64_MAX},
-                        {"18446744073709551616", false, 0},
-                        {"-0", true, 0},
-                        {"-1", false, 0}}) {
-    CheckReading(c, readUnsigned);
-  }
+  const std::initializer_list<std::string> wrong = {
+      "",    "-",   "+",   "--1",       "+-1", " 1", "1 ",
+      "1.0", "1e3", "0x1", "1\xD9\xA1", "/",   ":",  "99999999999999999999999999"};
+  ExpectRefused<int64_t>(wrong);
+  ExpectRefused<int64_t>({"9223372036854775808", "-9223372036854775809", "18446744073709551616"});
+  ExpectRefused<uint64_t>(wrong);
+  ExpectRefused<uint64_t>({"18446744073709551616", "-1"});
+  ExpectRead<int64_t>("-0", 0);
+  ExpectRead<int64_t>("+7", 7);
+  ExpectRead<int64_t>(std::string(1000000, '0') + "42", 42);
+  ExpectRead<int64_t>("9223372036854775807", INT64_MAX);
+  ExpectRead<int64_t>("-9223372036854775808", INT64_MIN);
+  ExpectRead<uint64_t>("18446744073709551615", UINT64_MAX);
+  ExpectRead<uint64_t>("-0", 0);
 }
 
 TEST(NumbersTest, ReadsFloats) {
-  const std::string million(1000000, '0');
-  const TReading<double> cases[] = {
-      {"-1.5E+3", true, -1500},
-      {"+.5", true, 0.5},
-      {"5.", true, 5},
-      {"9007199254740993", true, 9007199254740992.0},
-      {"9007199254740993" + million.substr(0, 900) + "1e-901", true, 9007199254740994.0},
-      {"9007199254740993." + million + "1", true, 9007199254740994.0},
-      {"0." + million + "25e1000001", true, 2.5},
-      {"25" + million + "e-1000001", true, 2.5},
-      {million + million + "7", true, 7},
-      {"1" + million, false, 0},
-      {million + "x", false, 0},
-      {"0." + million + "1", true, 0},
-      {"1.7976931348623158e308", true, DBL_MAX},
-      {"1.7976931348623159e308", false, 0},
-      {"-1e309", false, 0},
-      {"1e99999999999999999999", false, 0},
-      {"0e99999999999999999999", true, 0},
-      {"1e-99999999999999999999", true, 0},
-      {"3e-324", true, 5e-324},
-      {"2e-324", true, 0},
-  };
-  const auto read = [](auto text, double& value) { return TryStrToFloat(text, value); };
-  for (const auto& c : cases) CheckReading(c, read);
-  for (const char* text :
-       {"",     "-",    "+",     ".",        "-.",   "e5", ".e5",      "1e",  "1e+",
-        "1e5.", "1..2", "1.2.3", "--1",      "+-1",  " 1", "1 ",       "1,5", "inf",
-        "INF",  "nan",  "-inf",  "infinity", "0x10", "1f", "1\xD9\xA1"}) {
-    CheckReading<double>({text, false, 0}, read);
-  }
+  const std::string million(1000000, '0'), tie = "9007199254740993";
+  const std::pair<std::string, double> cases[] = {
+      {"-1.5E+3", -1500},
+      {"+.5", 0.5},
+      {"5.", 5},
+      {tie, 9007199254740992.0},
+      {tie + million.substr(0, 900) + "1e-901", 9007199254740994.0},
+      {tie + "." + million + "1", 9007199254740994.0},
+      {"0." + million + "25e1000001", 2.5},
+      {"25" + million + "e-1000001", 2.5},
+      {million + million + "7", 7},
+      {"0." + million + "1", 0},
+      {"1.7976931348623158e308", DBL_MAX},
+      {"0e99999999999999999999", 0},
+      {"1e-99999999999999999999", 0},
+      {"3e-324", 5e-324},
+      {"2e-324", 0}};
+  for (const auto& [text, number] : cases) ExpectRead(text, number);
+  ExpectRefused<double>(
+      {"1" + million, million + "x", "1.7976931348623159e308", "-1e309", "1e99999999999999999999"});
+  ExpectRefused<double>({"",         "-",    "+",    ".",        "-.",    "e5",  ".e5",
+                         "1e",       "1e+",  "1e5.", "1..2",     "1.2.3", "--1", "+-1",
+                         " 1",       "1 ",   "1,5",  "inf",      "INF",   "nan", "-inf",
+                         "infinity", "0x10", "1f",   "1\xD9\xA1"});
   double zero = 1;
-  EXPECT_TRUE(TryStrToFloat("-1e-400", zero));
-  EXPECT_TRUE(zero == 0 && std::signbit(zero));
+  EXPECT_TRUE(TryStrToFloat("-1e-400", zero) && zero == 0 && std::signbit(zero));
 }
 
 TEST(NumbersTest, FloatsComeBackFromAnyLength) {
-  const uint64_t seed = std::random_device()();
-  SCOPED_TRACE(seed);
-  std::mt19937_64 random(seed);
+  TALVO_SEEDED(random);
   for (int i = 0; i < 20000; ++i) {
     const double value = std::bit_cast<double>(random() & ~(uint64_t{1} << 62));
     char text[1600];
@@ -188,20 +154,13 @@ TEST(NumbersTest, FloatsComeBackFromAnyLength) {
 }
 
 TEST(NumbersTest, RefusalsNameTheText) {
-  const auto messageOf = [](auto&& read) -> string {
-    try {
-      read();
-    } catch (const EConvertError& e) {
-      return e.Message();
-    }
-    return u"nothing raised";
-  };
-  EXPECT_EQ(u"'abc' is not a valid integer value", messageOf([] { StrToInt64(u"abc"); }));
-  EXPECT_EQ(u"'-1' is not a valid integer value", messageOf([] { StrToUInt64("-1"); }));
-  EXPECT_EQ(u"'1,5' is not a valid floating point value", messageOf([] { StrToFloat(u"1,5"); }));
-  EXPECT_EQ(u"'\uFFFD' is not a valid floating point value", messageOf([] { StrToFloat("\xFF"); }));
-  EXPECT_EQ(-12, StrToInt64("-12"));
-  EXPECT_EQ(12u, StrToUInt64(u"12"));
+  const std::string integer = " is not a valid integer value";
+  const std::string floating = " is not a valid floating point value";
+  EXPECT_EQ("EConvertError: 'abc'" + integer, Raised([] { StrToInt64(u"abc"); }));
+  EXPECT_EQ("EConvertError: '-1'" + integer, Raised([] { StrToUInt64("-1"); }));
+  EXPECT_EQ("EConvertError: '1,5'" + floating, Raised([] { StrToFloat(u"1,5"); }));
+  EXPECT_EQ("EConvertError: '\uFFFD'" + floating, Raised([] { StrToFloat("\xFF"); }));
+  EXPECT_TRUE(StrToInt64("-12") == -12 && StrToUInt64(u"12") == 12);
 }
 
 }  // namespace
