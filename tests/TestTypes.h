@@ -13,8 +13,8 @@
 namespace Talvo {
 
 /// A number that counts its living copies and can be told to fail at the n-th copy from now.
-/// Without moves of its own it is copied where others move, and may fail there as well.
-template <bool HasMoves>
+/// Without safe moves its moves count as copies and may fail as well, leaving the source empty.
+template <bool HasSafeMoves>
 class TCountedValue {
  public:
   struct ECopyFailed {};
@@ -23,17 +23,14 @@ class TCountedValue {
 
   TCountedValue(int number = 0) : FNumber(number) { ++FLive; }
   TCountedValue(const TCountedValue& other) : FNumber(other.Copied()) { ++FLive; }
-  TCountedValue(TCountedValue&& other) noexcept requires HasMoves
-      : FNumber(std::exchange(other.FNumber, 0)) {
-    ++FLive;
-  }
+  TCountedValue(TCountedValue&& other) noexcept(HasSafeMoves) : FNumber(other.Moved()) { ++FLive; }
   ~TCountedValue() { --FLive; }
   TCountedValue& operator=(const TCountedValue& other) {
     FNumber = other.Copied();
     return *this;
   }
-  TCountedValue& operator=(TCountedValue&& other) noexcept requires HasMoves {
-    FNumber = std::exchange(other.FNumber, 0);
+  TCountedValue& operator=(TCountedValue&& other) noexcept(HasSafeMoves) {
+    FNumber = other.Moved();
     return *this;
   }
   int Number() const { return FNumber; }
@@ -44,6 +41,11 @@ class TCountedValue {
   int Copied() const {
     if (FCopiesLeft > 0 && --FCopiesLeft == 0) throw ECopyFailed();
     return FNumber;
+  }
+  int Moved() {
+    const int number = std::exchange(FNumber, 0);
+    if (FCopiesLeft > 0 && !HasSafeMoves && --FCopiesLeft == 0) throw ECopyFailed();
+    return number;
   }
   static inline int FLive = 0;
   static inline int FCopiesLeft = 0;

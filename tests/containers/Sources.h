@@ -1,32 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
-// Sources for containers other than lists and arrays.
+// Everything that can be handed to a container as a sequence of items.
 
-#include <talvo/containers/common/Enumerable.h>
+#include <talvo/containers/Talvo.Containers.List.h>
 
 #include <deque>
+#include <span>
 #include <vector>
 
 namespace Talvo {
 
-/// An enumerator object that yields 0, 1, ... below `count`.
+/// An enumerator object over copies of items.
 template <class T>
-class TCounter : public TEnumerator<T> {
+class TOwnedWalk : public TEnumerator<T> {
  public:
-  explicit TCounter(int count) : FCount(count) { ++Live; }
-  ~TCounter() override { --Live; }
-  bool MoveNext() override {
-    if (FNext >= FCount) return false;
-    FCurrent = T(FNext++);
-    return true;
-  }
-  const T& Current() override { return FCurrent; }
+  explicit TOwnedWalk(const std::vector<T>& items) : FItems(items) { ++Live; }
+  ~TOwnedWalk() override { --Live; }
+  bool MoveNext() override { return FNext++ < FItems.size(); }
+  const T& Current() override { return FItems[FNext - 1]; }
   static inline int Live = 0;
 
  private:
-  int FCount;
-  int FNext = 0;
-  T FCurrent{};
+  std::vector<T> FItems;
+  size_t FNext = 0;
 };
 
 /// A walk over copies of items, which may call out at each step.
@@ -85,5 +81,24 @@ class TUnsized final : public TImplements<TBasicInterfacedObject, IEnumerable<T>
  private:
   std::vector<T> FItems;
 };
+
+/// Calls `take` with the items in every form of a source.
+template <class T, class F>
+void ForEverySource(const std::vector<T>& items, F&& take) {
+  const auto list = TArrayList<T>::MakeArray(items);
+  take(list), take(*list), take(static_cast<const IArrayList<T>*>(list.Get()));
+  take(TRef<ISizeEnumerable<T>>(list)), take(Supports<IEnumerable<T>>(list));
+  take(Create<TUnsized<T>>(items)), take(list->GetEnumerator()), take(UnsizedWalk(items));
+  take(Create<TOwnedWalk<T>>(items)), take(TArray<T>(items));
+  take(items), take(std::span(items)), take(std::vector<T>(items));
+}
+
+/// The items of a container, which a reference may hold.
+template <class L>
+auto Items(const L& container) {
+  std::vector<std::remove_cvref_t<decltype(*std::begin(container))>> items;
+  for (const auto& item : container) items.push_back(item);
+  return items;
+}
 
 }  // namespace Talvo

@@ -9,18 +9,14 @@ namespace Talvo {
 namespace {
 
 TEST(DataTest, GrowthStepsAtTheBoundary) {
-  struct TCase {
-    int32_t size, capacity;
-  };
-  for (const auto& [size, capacity] : {TCase{0, 64},
-                                       {-5, 64},
-                                       {64, 64},
-                                       {65, 161},
-                                       {66, 163},
-                                       {1000, 1564},
-                                       {715'827'882, 1'073'741'887}}) {
-    EXPECT_EQ(capacity, CommonIncreaseCapacity(size)) << size;
-  }
+  const int32_t cases[][2] = {{0, 64},
+                              {-5, 64},
+                              {64, 64},
+                              {65, 161},
+                              {66, 163},
+                              {1000, 1564},
+                              {715'827'882, 1'073'741'887}};
+  for (const auto& [size, capacity] : cases) EXPECT_EQ(capacity, CommonIncreaseCapacity(size));
   EXPECT_THROW(CommonIncreaseCapacity(715'827'883), EIntOverflow);
 }
 

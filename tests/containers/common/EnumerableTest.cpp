@@ -47,42 +47,39 @@ TEST(EnumerableTest, CurrentAsObject) {
   expect(Collection::GetEnumerator(interfaces));
 }
 
+using TWalk = TOwnedWalk<int32_t>;
+
 TEST(EnumerableTest, DelegateOwnsItsEnumerator) {
-  const int before = TCounter<int32_t>::Live;
+  const auto make = [] {
+    return Create<TEnumeratorDelegate<int32_t>>(Create<TWalk>(Sequence<int32_t>(3)));
+  };
   {
-    const TRef<IEnumerator<int32_t>> unused =
-        Create<TEnumeratorDelegate<int32_t>>(Create<TCounter<int32_t>>(3));
-    const TRef<IEnumerator<int32_t>> walk =
-        Create<TEnumeratorDelegate<int32_t>>(Create<TCounter<int32_t>>(3));
+    const TRef<IEnumerator<int32_t>> unused = make(), walk = make();
     walk->MoveNext();
     walk->Reset();  // does nothing
     walk->MoveNext();
     EXPECT_EQ(1, walk->Current());
-    EXPECT_EQ(before + 2, TCounter<int32_t>::Live);
+    EXPECT_EQ(2, TWalk::Live);
   }
-  EXPECT_EQ(before, TCounter<int32_t>::Live);
+  EXPECT_EQ(0, TWalk::Live);
   EXPECT_THROW(Create<TEnumeratorDelegate<int32_t>>(nullptr), EAssertionFailed);
 }
 
 TEST(EnumerableTest, SizeWrapperGetsANewEnumeratorAtReset) {
   int made = 0;
-  const int before = TCounter<int32_t>::Live;
-  auto walk = Create<TEnumeratorSizeWrapper<int32_t>>(
-      [&]() -> TOwn<TEnumerator<int32_t>> {
-        if (++made == 3) return nullptr;
-        return Create<TCounter<int32_t>>(2);
-      },
-      [] { return 2; });
+  const auto make = [&]() -> TOwn<TEnumerator<int32_t>> {
+    if (++made == 3) return nullptr;
+    return Create<TWalk>(Sequence<int32_t>(2));
+  };
+  auto walk = Create<TEnumeratorSizeWrapper<int32_t>>(make, [] { return 2; });
   EXPECT_EQ(1, made);
   EXPECT_TRUE(walk->MoveNext() && walk->MoveNext() && !walk->MoveNext());
   walk->Reset();
-  EXPECT_EQ(before + 1, TCounter<int32_t>::Live);
-  EXPECT_TRUE(walk->MoveNext());
-  EXPECT_EQ(2, walk->Size());
+  EXPECT_TRUE(TWalk::Live == 1 && walk->MoveNext() && walk->Size() == 2);
   walk->Reset();
   EXPECT_THROW(walk->MoveNext(), EAssertionFailed);
   walk = nullptr;
-  EXPECT_EQ(before, TCounter<int32_t>::Live);
+  EXPECT_EQ(0, TWalk::Live);
 }
 
 }  // namespace

@@ -1,100 +1,70 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/Talvo.Containers.Sets.h>
 
-#include <gtest/gtest.h>
-#include <vector>
-#include <talvo/runtime/Exceptions.h>
+#include <gmock/gmock.h>
+#include <tests/TestTypes.h>
+#include <tests/containers/Sources.h>
 
 namespace Talvo {
 namespace {
 
 using TNumbers = TSet<int32_t>;
 using TNumbersRef = TRef<ISet<int32_t>>;
-
-/// "3 1 2": items in their order.
-std::string Show(const TNumbersRef& set) {
-  std::string text;
-  for (int32_t item : set) text += (text.empty() ? "" : " ") + std::to_string(item);
-  return text;
-}
-
-/// Yields the items once, and raises at their end if told to.
-class TOnce : public TEnumerator<int32_t> {
- public:
-  explicit TOnce(TArray<int32_t> items, bool raises = false) : FItems(items), FRaises(raises) {}
-  bool MoveNext() override {
-    if (++FAt < FItems.Length()) return true;
-    return FRaises ? throw ERangeError(u"") : false;
-  }
-  const int32_t& Current() override { return FItems[FAt]; }
-
- private:
-  TArray<int32_t> FItems;
-  int32_t FAt = -1;
-  bool FRaises;
-};
-
-/// Calls `use` with the items as a source of every kind.
-template <class F>
-void ForEveryKind(const TArray<int32_t>& items, F&& use) {
-  const auto list = TArrayList<int32_t>::MakeArray(items);
-  use(items);
-  use(std::vector<int32_t>(items.begin(), items.end()));
-  use(list);
-  use(As<IEnumerable<int32_t>>(list));
-  use(list->GetEnumerator());
-  use(TRef<IEnumerator<int32_t>>(list->GetEnumerator()));
-  use(TRef<IEnumerator<int32_t>>(Create<TEnumeratorDelegate<int32_t>>(Create<TOnce>(items))));
-  use(Create<TOnce>(items));
-}
+using TInts = std::vector<int32_t>;
 
 /// Does something to {3, 1, 2}; looks at the content then and at how often it was told.
 template <class F>
-void Expect(const char* after, int told, F&& change) {
+void Expect(const TInts& after, int told, F&& change) {
   const TNumbersRef set = TNumbers::Make({3, 1, 2, 1});
   int heard = 0;
   As<IChangeNotification>(set)->AddChangeNotification([&] { ++heard; });
   change(set);
-  EXPECT_EQ(after, Show(set));
-  EXPECT_EQ(told, heard) << after;
+  EXPECT_EQ(after, Items(set));
+  EXPECT_EQ(told, heard) << testing::PrintToString(after);
 }
 
 TEST(SetTest, EveryKindOfSourceChangesTheSetAndTellsOnce) {
-  const auto expect = [](const char* after, auto&& change) {
-    ForEveryKind({2, 5, 3, 2}, [&](auto&& source) {
+  const auto expect = [](const TInts& after, auto&& change) {
+    ForEverySource<int32_t>({2, 5, 3, 2}, [&](auto&& source) {
       Expect(after, 1, [&](auto& set) { change(set, std::move(source)); });
     });
   };
-  expect("3 1 2 5", [](auto& set, auto&& source) { set->Append(std::move(source)); });
-  expect("3 1 2 5", [](auto& set, auto&& source) { set->Union(std::move(source)); });
-  expect("2 5 3", [](auto& set, auto&& source) { set->Assign(std::move(source)); });
-  expect("1", [](auto& set, auto&& source) { set->Remove(std::move(source)); });
-  expect("3 2", [](auto& set, auto&& source) { set->Intersect(std::move(source)); });
+  expect({3, 1, 2, 5}, [](auto& set, auto&& source) { set->Append(std::move(source)); });
+  expect({3, 1, 2, 5}, [](auto& set, auto&& source) { set->Union(std::move(source)); });
+  expect({2, 5, 3}, [](auto& set, auto&& source) { set->Assign(std::move(source)); });
+  expect({1}, [](auto& set, auto&& source) { set->Remove(std::move(source)); });
+  expect({3, 2}, [](auto& set, auto&& source) { set->Intersect(std::move(source)); });
 }
 
 TEST(SetTest, VerbsTellOfRealChangesOnly) {
-  Expect("3 1 2 4", 1, [](auto& s) { EXPECT_TRUE(s->Add(3).IfAdd(4) && !s->IfAdd(4)); });
-  Expect("3 2", 1, [](auto& s) { EXPECT_TRUE(s->Remove(7).IfRemove(1) && !s->IfRemove(1)); });
-  Expect("1 2", 1, [](auto& s) { s->RemoveOne([](int32_t n) { return n > 1; }); });
-  Expect("1", 1, [](auto& s) { s->RemoveAll([](int32_t n) { return n > 1; }); });
-  Expect("", 1, [](auto& s) { s->Clear().Clear().Assign({}).Remove({1}); });
-  Expect("7", 2, [](auto& s) { s->Assign({7, 8}).Remove({8, 9}); });
-  Expect("3 1 2 9", 1, [](auto& s) { As<IList>(s)->AddValue(TValue::From(9)); });
-  Expect("3 1 2", 0, [](auto& s) { s->Append({1, 2}).Union({}).Remove({7}).Intersect({1, 2, 3}); });
+  Expect({3, 1, 2, 4}, 1, [](auto& s) { EXPECT_TRUE(s->Add(3).IfAdd(4) && !s->IfAdd(4)); });
+  Expect({3, 2}, 1, [](auto& s) { EXPECT_TRUE(s->Remove(7).IfRemove(1) && !s->IfRemove(1)); });
+  Expect({1, 2}, 1, [](auto& s) { s->RemoveOne([](int32_t n) { return n > 1; }); });
+  Expect({1}, 1, [](auto& s) { s->RemoveAll([](int32_t n) { return n > 1; }); });
+  Expect({}, 1, [](auto& s) { s->Clear().Clear().Assign({}).Remove({1}); });
+  Expect({7}, 2, [](auto& s) { s->Assign({7, 8}).Remove({8, 9}); });
+  Expect({3, 1, 2, 9}, 1, [](auto& s) { As<IList>(s)->AddValue(TValue::From(9)); });
+  Expect({3, 1, 2}, 0, [](auto& s) {
+    s->Append({1, 2}).Union({}).Remove({7}).Intersect({1, 2, 3});
+  });
   // The set itself as the source, and an enumerator over it.
-  Expect("3 1 2", 0, [](auto& s) { s->Append(s).Union(*s).Assign(s.Get()).Intersect(s); });
-  Expect("3 1 2", 1, [](auto& s) { s->Append(s->GetEnumerator()).Assign(s->GetEnumerator()); });
-  Expect("", 1, [](auto& s) { s->Remove(s); });
-  Expect("", 1, [](auto& s) { s->Remove(s->GetEnumerator()); });
-  Expect("3 1 2", 0, [](auto& s) {
+  Expect({3, 1, 2}, 0, [](auto& s) { s->Append(s).Union(*s).Assign(s.Get()).Intersect(s); });
+  Expect({3, 1, 2}, 1, [](auto& s) { s->Append(s->GetEnumerator()).Assign(s->GetEnumerator()); });
+  Expect({}, 1, [](auto& s) { s->Remove(s); });
+  Expect({}, 1, [](auto& s) { s->Remove(s->GetEnumerator()); });
+  const auto failAtEnd = [](int32_t step) {
+    if (step == 2) RaiseRangeError();
+  };
+  Expect({3, 1, 2}, 0, [&](auto& s) {
     EXPECT_THROW(s->Append(TNumbersRef()), EAssertionFailed);
     EXPECT_THROW(s->RemoveAll(TFunc<int32_t, bool>()), EAssertionFailed);
     EXPECT_THROW(As<IList>(s)->AddValue(TValue::From(string())), EInvalidCast);
-    EXPECT_THROW(s->Assign(Create<TOnce>(TArray{7, 8}, true)), ERangeError);
-    EXPECT_THROW(s->Intersect(Create<TOnce>(TArray{1}, true)), ERangeError);
+    EXPECT_THROW(s->Assign(UnsizedWalk<int32_t>({7, 8}, failAtEnd)), ERangeError);
+    EXPECT_THROW(s->Intersect(UnsizedWalk<int32_t>({1, 1}, failAtEnd)), ERangeError);
   });
-  Expect("3 1 2 7", 1,
-         [](auto& s) { EXPECT_THROW(s->Append(Create<TOnce>(TArray{7}, true)), ERangeError); });
+  Expect({3, 1, 2, 7}, 1, [&](auto& s) {
+    EXPECT_THROW(s->Append(UnsizedWalk<int32_t>({7, 7}, failAtEnd)), ERangeError);
+  });
 }
 
 TEST(SetTest, ItemsStandInTheOrderInWhichTheyCame) {
@@ -103,14 +73,8 @@ TEST(SetTest, ItemsStandInTheOrderInWhichTheyCame) {
   EXPECT_TRUE(set[0] == u"a" && set->Items(1) == u"b" && set->GetItem(2) == u"c");
   EXPECT_TRUE(set->Contains(u"c") && !set->Contains(u"center") && set->Count() == 3);
   EXPECT_EQ(u"c", set->Query()->Filter([](auto& item) { return item > u"b"; })[0]);
-  for (const auto& [index, text] : {TPair{3, u"3"}, TPair{-1, u"4294967295"}}) {
-    try {
-      set->GetItem(index);
-      FAIL();
-    } catch (const ERangeError& e) {
-      EXPECT_EQ(string(u"Index out of range = ") + text, e.Message());
-    }
-  }
+  EXPECT_EQ("ERangeError: Index out of range = 3", Raised([&] { set->GetItem(3); }));
+  EXPECT_EQ("ERangeError: Index out of range = 4294967295", Raised([&] { set->GetItem(-1); }));
 }
 
 /// A key of its own to the hash, of one rank with others to the comparer.
@@ -123,7 +87,7 @@ struct TRank {
 
 TEST(SetTest, ComparisonsGoByTheDefaultComparer) {
   struct TCase {
-    TArray<int32_t> Items, Other;
+    TInts Items, Other;
     bool IsSubset, IsSuperset, Overlaps;
   };
   const TCase cases[] = {
@@ -135,10 +99,12 @@ TEST(SetTest, ComparisonsGoByTheDefaultComparer) {
   for (const TCase& c : cases) {
     SCOPED_TRACE(&c - cases);
     const TNumbersRef set = TNumbers::Make(c.Items);
-    ForEveryKind(c.Other, [&](auto&& s) { EXPECT_EQ(c.IsSubset, set->IsSubsetOf(std::move(s))); });
-    ForEveryKind(c.Other,
-                 [&](auto&& s) { EXPECT_EQ(c.IsSuperset, set->IsSupersetOf(std::move(s))); });
-    ForEveryKind(c.Other, [&](auto&& s) { EXPECT_EQ(c.Overlaps, set->Overlaps(std::move(s))); });
+    const auto expect = [&](bool expected, auto&& ask) {
+      ForEverySource(c.Other, [&](auto&& s) { EXPECT_EQ(expected, ask(std::move(s))); });
+    };
+    expect(c.IsSubset, [&](auto&& s) { return set->IsSubsetOf(std::move(s)); });
+    expect(c.IsSuperset, [&](auto&& s) { return set->IsSupersetOf(std::move(s)); });
+    expect(c.Overlaps, [&](auto&& s) { return set->Overlaps(std::move(s)); });
     EXPECT_TRUE(set->IsSubsetOf(set) && set->IsSupersetOf(*set));
     EXPECT_EQ(set->Count() > 0, set->Overlaps(set));
   }
