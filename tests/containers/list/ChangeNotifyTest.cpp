@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/list/ChangeNotify.h>
 
+#include <array>
 #include <gtest/gtest.h>
-#include <string>
+#include <map>
 #include <thread>
 #include <talvo/runtime/Exceptions.h>
 
@@ -73,27 +74,22 @@ TEST_F(ChangeNotifyTest, CostsNothingWithoutSubscribers) {
 }
 
 TEST_F(ChangeNotifyTest, SubscribersMayUnsubscribe) {
-  struct TCase {
-    const char* Removes;  // who, and whom
-    const char *First, *Second;
-  };
-  for (const TCase& test : {TCase{"bb", "abc", "ac"},
-                            {"ba", "abc", "bc"},
-                            {"bc", "ab", "ab"},
-                            {"cc", "abc", "ab"},
-                            {"aa", "abc", "bc"}}) {
-    SCOPED_TRACE(test.Removes);
+  // Who removes whom; what is told the first time and from then on.
+  const std::array<std::string, 3> cases[] = {{"bb", "abc", "ac"},
+                                              {"ba", "abc", "bc"},
+                                              {"bc", "ab", "ab"},
+                                              {"cc", "abc", "ab"},
+                                              {"aa", "abc", "bc"}};
+  for (const auto& [removes, first, second] : cases) {
     FSubject = Create<TSubject>();
-    TProc<> links[3];
+    std::map<char, TProc<>> links;
     for (char letter : {'a', 'b', 'c'}) {
-      links[letter - 'a'] = Subscribe(letter, [&, letter] {
-        if (letter == test.Removes[0]) {
-          FSubject->RemoveChangeNotification(links[test.Removes[1] - 'a']);
-        }
+      links[letter] = Subscribe(letter, [&, letter, removes = removes] {
+        if (letter == removes[0]) FSubject->RemoveChangeNotification(links[removes[1]]);
       });
     }
-    EXPECT_EQ(Change(), test.First);
-    EXPECT_EQ(Change(), test.Second);
+    EXPECT_EQ(Change(), first) << removes;
+    EXPECT_EQ(Change(), second) << removes;
   }
 }
 

@@ -2,9 +2,7 @@
 #include <talvo/containers/list/NotifyArrayList.h>
 #include <talvo/containers/list/NotifyLinkedList.h>
 
-#include <gtest/gtest.h>
-#include <vector>
-#include <talvo/runtime/Exceptions.h>
+#include <tests/TestTypes.h>
 
 namespace Talvo {
 namespace {
