@@ -2,15 +2,19 @@
 #pragma once
 // Element types that tell on a container: what it leaks, copies, and touches too late.
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <talvo/runtime/Exceptions.h>
 #include <talvo/runtime/Function.h>
 
-#include <cstdlib>
+#include <algorithm>
+#include <functional>
 #include <random>
-#include <string>
+#include <sstream>
+#include <vector>
 
 namespace Talvo {
+
+using testing::ElementsAre;
 
 /// A number that counts its living copies and can be told to fail at the n-th copy from now.
 /// Without safe moves its moves count as copies and may fail as well, leaving the source empty.

@@ -2,11 +2,11 @@
 #pragma once
 // Everything that can be handed to a container as a sequence of items.
 
+#include <tests/TestTypes.h>
 #include <talvo/containers/Talvo.Containers.List.h>
 
 #include <deque>
 #include <span>
-#include <vector>
 
 namespace Talvo {
 

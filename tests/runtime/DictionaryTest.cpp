@@ -3,8 +3,6 @@
 
 #include <tests/TestTypes.h>
 
-#include <functional>
-#include <memory>
 #include <optional>
 
 namespace Talvo {
@@ -125,46 +123,34 @@ TYPED_TEST(DictionaryFailure, LeavesTheDictionaryAsItWas) {
   EXPECT_EQ(0, T::Live());
 }
 
-/// What changes the dictionary it was in when it ends, and leaves another one like it there.
-struct TReturning {
-  struct THolder {
-    std::unique_ptr<TReturning> First, Second;
-  };
-  using TMap = TDictionary<int32_t, THolder>;
-
-  static THolder Make(TMap& map, int32_t left) {
-    return {std::unique_ptr<TReturning>(new TReturning{&map, left}), nullptr};
-  }
-  ~TReturning() {
-    Map->Remove(1);
-    for (int32_t key = 1000; key < 1040; ++key) Map->TryAdd(key);
-    if (Left > 0) Map->AddOrSetValue(2000 + Left, Make(*Map, Left - 1));
-  }
-
-  TMap* Map;
-  int32_t Left;
-};
-
 TEST(DictionaryTest, DestructorsMayUseTheDictionary) {
-  using TMap = TReturning::TMap;
+  using TMap = TDictionary<int32_t, TRef<IWatched>>;
   void (*const operations[])(TMap&) = {
       [](TMap& map) { EXPECT_TRUE(map.Remove(2)); },
-      [](TMap& map) { map.AddOrSetValue(2, TReturning::THolder{}); },
+      [](TMap& map) { map.AddOrSetValue(2, nullptr); },
       [](TMap& map) { EXPECT_EQ(2, map.ExtractPair(2).Key); },
       [](TMap& map) { map.Clear(); },
   };
   for (const auto& operation : operations) {
     for (const int32_t count : {3, 8, 14, 100}) {
       SCOPED_TRACE(testing::Message() << &operation - operations << " with " << count);
+      TMap* target;
+      int32_t left = 5;
+      const std::function<void()> onEnd = [&] {  // leaves another one like it there
+        target->Remove(1);
+        for (int32_t key = 1000; key < 1040; ++key) target->TryAdd(key);
+        if (left-- > 0) target->AddOrSetValue(2000 + left, Create<TWatched>(0, onEnd));
+      };
       TMap map;
+      target = &map;
       for (int32_t key = 0; key < count; ++key) map.TryAdd(key);
-      map.AddOrSetValue(2, TReturning::Make(map, 5));
+      map.AddOrSetValue(2, Create<TWatched>(0, onEnd));
       operation(map);
-      EXPECT_FALSE(map.ContainsKey(1));
-      EXPECT_TRUE(map.ContainsKey(1039));
+      EXPECT_TRUE(!map.ContainsKey(1) && map.ContainsKey(1039));
       EXPECT_EQ(map.Count(), std::distance(map.begin(), map.end()));
     }  // and the dictionary ends with some of them in it
   }
+  EXPECT_EQ(0, TWatched::Live);
 }
 
 // Walks.

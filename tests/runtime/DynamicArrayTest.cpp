@@ -5,9 +5,7 @@
 #include <talvo/runtime/Text.h>
 
 #include <array>
-#include <functional>
 #include <span>
-#include <vector>
 
 namespace Talvo {
 namespace {

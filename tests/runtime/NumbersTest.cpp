@@ -7,7 +7,6 @@
 #include <cfloat>
 #include <cmath>
 #include <cstring>
-#include <sstream>
 
 namespace Talvo {
 namespace {
@@ -24,12 +23,10 @@ TEST(NumbersTest, IntegersAndHexadecimal) {
 
 TEST(NumbersTest, FloatsInTheirShortestSpelling) {
   std::istringstream cases(
-      "-0.0 0 -0.1 -0.1 0.33333333333333333 0.333333333333333 0.0001 0.0001 0.00001 1E-5 "
-      "0.00009999999999999999 0.0001 999999999999999 999999999999999 999999999999999.5 1E15 "
-      "1e15 1E15 -1.5e20 -1.5E20 123456789012345678.0 1.23456789012346E17 "
-      "-99999999999999.9 -99999999999999.9 1.7976931348623157e308 1.79769313486232E308 "
-      "-2.2250738585072014e-308 -2.2250738585072E-308 5e-324 4.94065645841247E-324 "
-      "inf INF -inf -INF nan NAN -nan NAN");
+      "-0.0 0 -0.1 -0.1 0.0001 0.0001 0.00001 1E-5 0.00009999999999999999 0.0001 1e15 1E15 "
+      "999999999999999 999999999999999 999999999999999.5 1E15 123456789012345678.0 "
+      "1.23456789012346E17 1.7976931348623157e308 1.79769313486232E308 -5e-324 "
+      "-4.94065645841247E-324 inf INF -inf -INF nan NAN -nan NAN");
   for (std::string value, text; cases >> value >> text;) {
     EXPECT_EQ(text, ToUtf8(FloatToStr(std::strtod(value.c_str(), nullptr)))) << value;
   }

@@ -3,10 +3,8 @@
 
 #include <tests/TestTypes.h>
 
-#include <algorithm>
 #include <atomic>
 #include <thread>
-#include <vector>
 
 namespace Talvo {
 namespace {

@@ -3,9 +3,6 @@
 
 #include <tests/TestTypes.h>
 
-#include <limits>
-#include <vector>
-
 namespace Talvo {
 namespace {
 

@@ -3,8 +3,6 @@
 
 #include <tests/TestTypes.h>
 
-#include <vector>
-
 namespace Talvo {
 namespace {
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/common/Enumerable.h>
 
-#include <tests/TestTypes.h>
 #include <tests/containers/Sources.h>
 
 namespace Talvo {

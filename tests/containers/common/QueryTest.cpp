@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/common/Query.h>
 
-#include <gmock/gmock.h>
-#include <tests/TestTypes.h>
 #include <tests/containers/Sources.h>
 
 namespace Talvo {
 namespace {
 
-using testing::ElementsAre;
 using TList = IArrayList<int32_t>;
 using TListQuery = TRef<IContainerQuery<TList, TList, int32_t>>;
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/Talvo.Containers.Dictionary.h>
 
-#include <gmock/gmock.h>
 #include <tests/TestTypes.h>
 
 namespace Talvo {

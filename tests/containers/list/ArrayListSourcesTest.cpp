@@ -3,17 +3,13 @@
 
 #include <talvo/containers/Talvo.Containers.List.h>
 
-#include <gmock/gmock.h>
-#include <tests/TestTypes.h>
 #include <tests/containers/Sources.h>
 
 #include <array>
-#include <span>
 
 namespace Talvo {
 namespace {
 
-using testing::ElementsAre;
 using TList = IArrayList<string>;
 using TTexts = std::vector<string>;
 const TTexts Source{u"x", u"y"};

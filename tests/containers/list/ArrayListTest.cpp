@@ -1,18 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/Talvo.Containers.List.h>
 
-#include <gmock/gmock.h>
-#include <tests/TestTypes.h>
 #include <tests/containers/Sources.h>
 
-#include <algorithm>
-#include <functional>
 #include <ranges>
 
 namespace Talvo {
 namespace {
 
-using testing::ElementsAre;
 using TList = IArrayList<int32_t>;
 
 bool IsOdd(int32_t n) {

@@ -2,10 +2,9 @@
 #include <talvo/containers/list/ChangeNotify.h>
 
 #include <array>
-#include <gtest/gtest.h>
 #include <map>
+#include <tests/TestTypes.h>
 #include <thread>
-#include <talvo/runtime/Exceptions.h>
 
 namespace Talvo {
 namespace {

@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/list/LinkedList.h>
 
-#include <gmock/gmock.h>
-#include <tests/TestTypes.h>
 #include <tests/containers/Sources.h>
 
-#include <functional>
 #include <list>
 
 namespace Talvo {
 namespace {
 
-using testing::ElementsAre;
 using TInts = std::vector<int32_t>;
 using TIntList = TRef<ILinkedList<int32_t>>;
 using TIntLists = TLinkedList<int32_t>;

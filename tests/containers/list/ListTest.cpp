@@ -4,14 +4,11 @@
 
 #include <talvo/containers/Talvo.Containers.List.h>
 
-#include <gmock/gmock.h>
-#include <tests/TestTypes.h>
 #include <tests/containers/Sources.h>
 
 namespace Talvo {
 namespace {
 
-using testing::ElementsAre;
 using TTexts = std::vector<string>;
 const TTexts Source{u"x", u"y"};
 
@@ -229,12 +226,13 @@ void AttackByEnds() {
   const auto all = [](const T&) { return true; };
   std::vector<TProc<>> changes = {[&] { target->Clear(); },
                                   [&] { target->Add(T(), 200).RemoveOne(all); }};
-  std::vector<TProc<TList&>> verbs = {[](TList& l) { l.Clear(); },
-                                      [&](TList& l) { l.RemoveAll(all); },
-                                      [&](TList& l) { l.FindAndRemoveOne(all, [](const T&) {}); },
-                                      [](TList& l) { l.Assign(std::vector<T>(3)); },
-                                      [](TList& l) { l.Assign(SizedWalk(std::vector<T>(7))); },
-                                      [](TList& l) { l.Assign(UnsizedWalk(std::vector<T>(99))); }};
+  std::vector<TProc<TList&>> verbs = {
+      [](TList& l) { l.Clear(); },
+      [&](TList& l) { l.RemoveAll(all); },
+      [&](TList& l) { l.RemoveOne(all).FindAndRemoveOne(all, [](const T&) {}); },
+      [](TList& l) { l.Assign(std::vector<T>(3)); },
+      [](TList& l) { l.Assign(SizedWalk(std::vector<T>(7))); },
+      [](TList& l) { l.Assign(UnsizedWalk(std::vector<T>(99))); }};
   if constexpr (IsArray<TKind>) {
     changes.push_back([&] { target->SetCapacity(0, false); });
     verbs.insert(verbs.end(),
@@ -262,10 +260,9 @@ void AttackByEnds() {
       } catch (const ERangeError&) {
         // The list became shorter than the verb had found it.
       }
-      if constexpr (IsArray<TKind>) {
-        EXPECT_LE(list->size(), static_cast<size_t>(list->Count()));
-        while (list->Count() > 0) list->Clear();
-      }
+      const auto size = static_cast<int32_t>(Items(list).size());
+      EXPECT_TRUE(size == list->Count() || (IsArray<TKind> ? size < list->Count() : ended > 0));
+      while (IsArray<TKind> && list->Count() > 0) list->Clear();
       list = nullptr;
       EXPECT_EQ(0, TWatched::Live);
     }

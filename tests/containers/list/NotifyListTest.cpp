@@ -64,7 +64,7 @@ TEST(NotifyListTest, ArrayListsTellOfChanges) {
   CheckCommonSteps<TNotifyArrayList<int32_t>, IArrayList<int32_t>>();
   CheckSteps<TNotifyArrayList<int32_t>, IArrayList<int32_t>>({
     STEP(2, list->RemoveAll(IsSmall)), STEP(2, list->RemoveAll(IsSmall, Ignore)),
-        STEP(1, list->RemoveAll(2)), STEP(1, list->SetCount(3); list->SetCount(5)),
+        STEP(3, list->Add(1).RemoveAll(list[3])), STEP(1, list->SetCount(3); list->SetCount(5)),
         STEP(1, list->SetItem(0, 9); EXPECT_THROW(list->SetItem(3, 9), ERangeError)),
         STEP(4, list->Insert(1, 9).Insert(4, 9).Insert(1, {8, 9}).Insert(9, {8, 9})),
         STEP(2, list->Clear().Insert(0, {8, 9})),

@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/Talvo.Containers.List.h>
 
-#include <tests/TestTypes.h>
 #include <tests/containers/Sources.h>
 
-#include <algorithm>
 #include <cmath>
-#include <limits>
 #include <numeric>
 
 namespace Talvo {

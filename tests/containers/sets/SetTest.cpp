@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/Talvo.Containers.Sets.h>
 
-#include <gmock/gmock.h>
-#include <tests/TestTypes.h>
 #include <tests/containers/Sources.h>
 
 namespace Talvo {

@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/Talvo.Containers.Utils.h>
 
-#include <gmock/gmock.h>
-#include <tests/TestTypes.h>
 #include <tests/containers/Sources.h>
 
 namespace Talvo {
 namespace {
 
-using testing::ElementsAre;
 using TInts = std::vector<int>;
 
 /// The storage of a list, behind enumerators of both families.

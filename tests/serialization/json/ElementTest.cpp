@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/serialization/json/Element.h>
 
-#include <limits>
-
 #include "JsonTesting.h"
 
 namespace Talvo {

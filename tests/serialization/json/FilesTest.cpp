@@ -4,8 +4,6 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <random>
-#include <sstream>
 
 #include "JsonTesting.h"
 

@@ -2,10 +2,7 @@
 #pragma once
 // What the tests of documents share.
 
-#include <gtest/gtest.h>
-#include <memory>
-#include <string>
-#include <vector>
+#include <tests/TestTypes.h>
 #include <talvo/serialization/Talvo.Json.h>
 
 namespace Talvo {

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/serialization/json/Parser.h>
 
-#include <cstdlib>
-#include <random>
-#include <sstream>
 #include <talvo/runtime/Numbers.h>
 
 #include "JsonTesting.h"
