@@ -7,6 +7,7 @@
 #include <talvo/runtime/Function.h>
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <random>
 #include <sstream>

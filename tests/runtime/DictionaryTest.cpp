@@ -99,19 +99,16 @@ TYPED_TEST_SUITE(DictionaryFailure, TCountedKinds);
 TYPED_TEST(DictionaryFailure, LeavesTheDictionaryAsItWas) {
   using T = TypeParam;
   using TMap = TDictionary<T, T>;
-  void (*const changes[])(TMap&) = {
-      [](TMap& map) { map.Add(T(9), T(9)); },
-      [](TMap& map) { map.Add(map.begin()->Value, map.begin()->Key); },
-      [](TMap& map) { map.AddOrSetValue(T(0), map.begin()->Key); },
-      [](TMap& map) { map.Remove(T(0)); },
-      [](TMap& map) { map.ExtractPair(T(0)); },
-      [](TMap& map) { map = TMap(map); },
-      [](TMap& map) { map.TrimExcess(); },
-      [](TMap& map) { map.Reserve(100); },
-  };
+  const auto changes = std::to_array<void (*)(TMap&)>(
+      {[](TMap& map) { map.Add(T(9), T(9)); },
+       [](TMap& map) { map.Add(map.begin()->Value, map.begin()->Key); },
+       [](TMap& map) { map.AddOrSetValue(T(0), map.begin()->Key); },
+       [](TMap& map) { map.Remove(T(0)); }, [](TMap& map) { map.ExtractPair(T(0)); },
+       [](TMap& map) { map = TMap(map); }, [](TMap& map) { map.TrimExcess(); },
+       [](TMap& map) { map.Reserve(100); }});
   for (const auto& change : changes) {
     for (const int count : {1, 3, 4, 8, 13, 14, 15, 28}) {  // on and beside the steps of growth
-      SCOPED_TRACE(testing::Message() << "change " << &change - changes << " of " << count);
+      SCOPED_TRACE(testing::Message() << "change " << &change - changes.data() << " of " << count);
       const auto make = [count] {
         TMap map;
         for (int key = 0; key < count; ++key) map.Add(T(100 * key), T(-1));
@@ -125,15 +122,13 @@ TYPED_TEST(DictionaryFailure, LeavesTheDictionaryAsItWas) {
 
 TEST(DictionaryTest, DestructorsMayUseTheDictionary) {
   using TMap = TDictionary<int32_t, TRef<IWatched>>;
-  void (*const operations[])(TMap&) = {
-      [](TMap& map) { EXPECT_TRUE(map.Remove(2)); },
-      [](TMap& map) { map.AddOrSetValue(2, nullptr); },
-      [](TMap& map) { EXPECT_EQ(2, map.ExtractPair(2).Key); },
-      [](TMap& map) { map.Clear(); },
-  };
+  const auto operations = std::to_array<void (*)(TMap&)>(
+      {[](TMap& map) { EXPECT_TRUE(map.Remove(2)); },
+       [](TMap& map) { map.AddOrSetValue(2, nullptr); },
+       [](TMap& map) { EXPECT_EQ(2, map.ExtractPair(2).Key); }, [](TMap& map) { map.Clear(); }});
   for (const auto& operation : operations) {
     for (const int32_t count : {3, 8, 14, 100}) {
-      SCOPED_TRACE(testing::Message() << &operation - operations << " with " << count);
+      SCOPED_TRACE(testing::Message() << &operation - operations.data() << " with " << count);
       TMap* target;
       int32_t left = 5;
       const std::function<void()> onEnd = [&] {  // leaves another one like it there

@@ -132,20 +132,14 @@ TEST_P(QueryTest, VerbsOfTheCollectionChain) {
 TEST_P(QueryTest, NullFunctionsAssertEvenWithoutItems) {
   const auto q = QueryOf(Empty);
   int32_t out;
-  const TProc<> calls[] = {
-      [&] { q->Contains(NoPredicate); },
-      [&] { q->CountOf(NoPredicate); },
-      [&] { q->Sum(TConstFunc<int32_t, int32_t>()); },
-      [&] { q->IfFind(NoPredicate, out); },
-      [&] { q->IfFind(IsOdd, NoAction); },
-      [&] { q->IndexOf(NoPredicate, out); },
-      [&] { q->IndexOf(1, NoAction); },
-      [&] { q->Filter(NoPredicate); },
-      [&] { q->ForEach(NoAction); },
-      [&] { q->ForFirst(NoAction); },
-      [&] { q->ForFirst(NoPredicate, NoAction); },
-      [&] { q->DoOnce(TConstProc<TRef<TList>>()); },
-      [] { Create<TQuery<int32_t>>(TFunc<TRef<ISizeEnumerator<int32_t>>>()); }};
+  const auto calls = std::to_array<TProc<>>(
+      {[&] { q->Contains(NoPredicate); }, [&] { q->CountOf(NoPredicate); },
+       [&] { q->Sum(TConstFunc<int32_t, int32_t>()); }, [&] { q->IfFind(NoPredicate, out); },
+       [&] { q->IfFind(IsOdd, NoAction); }, [&] { q->IndexOf(NoPredicate, out); },
+       [&] { q->IndexOf(1, NoAction); }, [&] { q->Filter(NoPredicate); },
+       [&] { q->ForEach(NoAction); }, [&] { q->ForFirst(NoAction); },
+       [&] { q->ForFirst(NoPredicate, NoAction); }, [&] { q->DoOnce(TConstProc<TRef<TList>>()); },
+       [] { Create<TQuery<int32_t>>(TFunc<TRef<ISizeEnumerator<int32_t>>>()); }});
   for (const auto& call : calls) EXPECT_THROW(call(), EAssertionFailed);
 }
 

@@ -195,16 +195,13 @@ TEST(DictionaryTest, EnumeratorsKnowWhereTheyStand) {
 
 TEST(DictionaryTest, AFailedCopyLeavesTheDictionaryAsItWas) {
   using TCopies = TRef<IDictionary<int32_t, TCopied>>;
-  void (*const changes[])(TCopies&) = {
-      [](auto& d) { d->Add(1, 9); },
-      [](auto& d) { d->Add(3, 9); },
-      [](auto& d) { d->Remove(1, [](const TCopied&) {}); },
-      [](auto& d) { d->ExtractPair(1); },
-      [](auto& d) { d->RemoveOne([](auto& p) { return p.Key == 2; }); },
-      [](auto& d) { d->GetPairs(); },
-  };
+  const auto changes = std::to_array<void (*)(TCopies&)>(
+      {[](auto& d) { d->Add(1, 9); }, [](auto& d) { d->Add(3, 9); },
+       [](auto& d) { d->Remove(1, [](const TCopied&) {}); }, [](auto& d) { d->ExtractPair(1); },
+       [](auto& d) { d->RemoveOne([](auto& p) { return p.Key == 2; }); },
+       [](auto& d) { d->GetPairs(); }});
   for (const auto& change : changes) {
-    SCOPED_TRACE(&change - changes);
+    SCOPED_TRACE(&change - changes.data());
     ForEveryFailure<TCopied>(
         [] { return TCopies(TDictionary<int32_t, TCopied>::Make()->Add(1, 1).Add(2, 2)); },
         [](const TCopies& d) { return TPair(d[1].Number(), d[2].Number() + 10 * d->Count()); },

@@ -55,41 +55,41 @@ TYPED_TEST(ArrayListModelTest, BehavesAsItsModel) {
     model.insert(model.begin() + index, items.begin(), items.end());
     capacity += static_cast<int32_t>(items.size());
   };
-  const std::function<void()> verbs[] = {
-      [&] { list->Add(item, count), add(item, count); },
-      [&] { list->ProcedureAdd(item), grow(capacity <= size), model.push_back(item); },
-      [&] { list->SetCount(size / 2 + count), model.resize(size / 2 + count), hold(); },
-      [&] { list->SetCapacity(index, false), capacity = std::max(size, index); },
-      [&] {
-        list->SetCapacity(index, true), model.resize(std::min(size, index)), capacity = index;
-      },
-      [&] {
-        list->Insert(index, item, count);
-        if (index >= size) return add(item, count);
-        model.insert(model.begin() + index, count, item), capacity += count;
-      },
-      [&] { insert(SizedWalk(items)); },
-      [&] { insert(UnsizedWalk(items)); },
-      [&] { list->AddFront(item), model.insert(model.begin(), item), ++capacity; },
-      [&] { list->Append(SizedWalk(items)), append(); },
-      [&] { list->Append(UnsizedWalk(items)), append(); },
-      [&] { list->Assign(SizedWalk(items)), assign(); },
-      [&] { items.resize(size + count, item), list->Assign(UnsizedWalk(items)), assign(); },
-      [&] { list->Delete(index - 1, count), erase(index - 1, count); },
-      [&] { list->ExtractLast(TItemCount{count}), erase(std::max(size - count, 0), count); },
-      [&] { list->ExtractFirst(item), erase(0, 1); },
-      [&] { list->RemoveAll(item), removeAll(); },
-      [&] { list->RemoveAll(isItem), removeAll(); },
-      [&] { list->RemoveAll(isItem, [](const T&) {}), removeAll(); },
-      [&] {
-        list->Move(index, count);
-        if (index >= size || count >= size) return;
-        const auto from = model.begin() + index, to = model.begin() + count;
-        index < count ? std::rotate(from, from + 1, to + 1) : std::rotate(to, from, from + 1);
-      },
-      [&] { list->Reverse(), std::reverse(model.begin(), model.end()); },
-      [&] { list->Sort(), std::sort(model.begin(), model.end()); },
-      [&] { size > 200 ? (list->Clear(), model.clear(), capacity = 0) : 0; }};
+  const auto verbs = std::to_array<std::function<void()>>(
+      {[&] { list->Add(item, count), add(item, count); },
+       [&] { list->ProcedureAdd(item), grow(capacity <= size), model.push_back(item); },
+       [&] { list->SetCount(size / 2 + count), model.resize(size / 2 + count), hold(); },
+       [&] { list->SetCapacity(index, false), capacity = std::max(size, index); },
+       [&] {
+         list->SetCapacity(index, true), model.resize(std::min(size, index)), capacity = index;
+       },
+       [&] {
+         list->Insert(index, item, count);
+         if (index >= size) return add(item, count);
+         model.insert(model.begin() + index, count, item), capacity += count;
+       },
+       [&] { insert(SizedWalk(items)); },
+       [&] { insert(UnsizedWalk(items)); },
+       [&] { list->AddFront(item), model.insert(model.begin(), item), ++capacity; },
+       [&] { list->Append(SizedWalk(items)), append(); },
+       [&] { list->Append(UnsizedWalk(items)), append(); },
+       [&] { list->Assign(SizedWalk(items)), assign(); },
+       [&] { items.resize(size + count, item), list->Assign(UnsizedWalk(items)), assign(); },
+       [&] { list->Delete(index - 1, count), erase(index - 1, count); },
+       [&] { list->ExtractLast(TItemCount{count}), erase(std::max(size - count, 0), count); },
+       [&] { list->ExtractFirst(item), erase(0, 1); },
+       [&] { list->RemoveAll(item), removeAll(); },
+       [&] { list->RemoveAll(isItem), removeAll(); },
+       [&] { list->RemoveAll(isItem, [](const T&) {}), removeAll(); },
+       [&] {
+         list->Move(index, count);
+         if (index >= size || count >= size) return;
+         const auto from = model.begin() + index, to = model.begin() + count;
+         index < count ? std::rotate(from, from + 1, to + 1) : std::rotate(to, from, from + 1);
+       },
+       [&] { list->Reverse(), std::reverse(model.begin(), model.end()); },
+       [&] { list->Sort(), std::sort(model.begin(), model.end()); },
+       [&] { size > 200 ? (list->Clear(), model.clear(), capacity = 0) : 0; }});
   for (int step = 0; step < 3000; ++step) {
     size = static_cast<int>(model.size()), index = below(size + 3), count = below(4);
     if constexpr (std::is_same_v<T, string>) {
@@ -174,30 +174,18 @@ TEST(ArrayListTest, AssignFromAShorterWalkFailsAndLeavesTheListSafe) {
   const auto walk = [](auto walk) {
     while (walk->MoveNext()) walk->Current();
   };
-  const TProc<L> raising[] = {[](L l) { (void)l[4]; },
-                              [](L l) { l.ToArray(); },
-                              [](L l) { l.Query()->Contains(1); },
-                              [](L l) { l.Query()->Skip(0); },
-                              [](L l) { l.Query()->Filter(IsOdd); },
-                              [](L l) { l.AddUnique(1); },
-                              [](L l) { l.Reverse(); },
-                              [](L l) { l.Swap(0, 4); },
-                              [](L l) { l.Move(0, 4); },
-                              [](L l) { l.Append({1}); },
-                              [](L l) { l.Delete(3); },
-                              [](L l) { l.Insert(3, 1); },
-                              [&](L l) { l.ExtractLast(item); },
-                              [](L l) { l.SetCount(0); },
-                              [](L l) { l.ExtractLast(TItemCount{2}); },
-                              [&](L l) { walk(l.GetEnumerator()); },
-                              [&](L l) { walk(l.GetReverseEnumerator()); }};
-  const TProc<L> safe[] = {[](L l) { l.Sort(); },
-                           [](L l) { l.RemoveAll(1); },
-                           [](L l) { l.Add(1); },
-                           [](L l) { l.AddFront(1); },
-                           [](L l) { l.Query()->IsEmpty(); },
-                           [](L l) { l.SetCapacity(0, false); },
-                           [](L l) { l.Clear(); }};
+  const auto raising = std::to_array<TProc<L>>(
+      {[](L l) { (void)l[4]; }, [](L l) { l.ToArray(); }, [](L l) { l.Query()->Contains(1); },
+       [](L l) { l.Query()->Skip(0); }, [](L l) { l.Query()->Filter(IsOdd); },
+       [](L l) { l.AddUnique(1); }, [](L l) { l.Reverse(); }, [](L l) { l.Swap(0, 4); },
+       [](L l) { l.Move(0, 4); }, [](L l) { l.Append({1}); }, [](L l) { l.Delete(3); },
+       [](L l) { l.Insert(3, 1); }, [&](L l) { l.ExtractLast(item); }, [](L l) { l.SetCount(0); },
+       [](L l) { l.ExtractLast(TItemCount{2}); }, [&](L l) { walk(l.GetEnumerator()); },
+       [&](L l) { walk(l.GetReverseEnumerator()); }});
+  const auto safe = std::to_array<TProc<L>>(
+      {[](L l) { l.Sort(); }, [](L l) { l.RemoveAll(1); }, [](L l) { l.Add(1); },
+       [](L l) { l.AddFront(1); }, [](L l) { l.Query()->IsEmpty(); },
+       [](L l) { l.SetCapacity(0, false); }, [](L l) { l.Clear(); }});
   for (const int yields : {0, 2}) {
     const auto broken = [&] {
       const auto list = TArrayList<int32_t>::CreateArray({1, 2, 3, 4, 5});

@@ -79,8 +79,7 @@ TEST(JsonElementTest, UnsignedBeyondInt64IsARangeError) {
 }
 
 TEST(JsonElementTest, MembersByName) {
-  const TRef<IJsonObject> object =
-      JsonParser::Parse(u"{\"a\":1,\"b\":\"x\",\"n\":null,\"t\":true,\"r\":[[]]}")->Obj();
+  const TRef<IJsonObject> object = Json(u"{'a':1,'b':'x','n':null,'t':true,'r':[[]]}")->Obj();
   const std::vector<u16string_view> names{u"z", u"t", u"b"};
   string text = u"before";
   int64_t number = 7;
@@ -105,7 +104,7 @@ TEST(JsonElementTest, MembersByName) {
 
 TEST(JsonElementTest, AnswersMayReplaceWhatWasAsked) {
   // The name stands in the out argument, and the out argument is all that keeps the asked alive.
-  const auto root = JsonParser::Parse(u"{\"b\":\"c\",\"o\":{\"o\":{\"x\":1}},\"r\":[[[2]]]}");
+  const auto root = Json(u"{'b':'c','o':{'o':{'x':1}},'r':[[[2]]]}");
   string text = u"b";
   EXPECT_TRUE(root->Obj()->GetString(text, text));
   EXPECT_EQ(u"c", text);
@@ -122,11 +121,11 @@ TEST(JsonElementTest, AnswersMayReplaceWhatWasAsked) {
 
 /// Values that differ from each other, among them those that look alike.
 std::vector<TRef<IJsonElement>> Differing() {
-  const auto parsed = JsonParser::Parse(
-                          u"[null,true,false,-1,-2,1,18446744073709551615,1.0,\"1\",\"\\uDC00\",[],"
-                          u"[[]],[1],[-1],[1,1],{},{\"a\":1},{\"b\":1},{\"a\":2,\"b\":1},"
-                          u"{\"a\":{},\"b\":[]},{\"a\":[],\"b\":{}}]")
-                          ->Arr();
+  const auto parsed =
+      Json(
+          u"[null,true,false,-1,-2,1,18446744073709551615,1.0,'1','\\uDC00',[],[[]],[1],[-1],[1,1],"
+          u"{},{'a':1},{'b':1},{'a':2,'b':1},{'a':{},'b':[]},{'a':[],'b':{}}]")
+          ->Arr();
   std::vector<TRef<IJsonElement>> values(parsed->begin(), parsed->end());
   values.push_back(TDoubleJsonElement::Make(NotANumber));
   return values;
@@ -153,21 +152,20 @@ TEST(JsonElementTest, EqualityCopyAndAssignAreStrictByKind) {
 
 TEST(JsonElementTest, ChangeIsWhatTheOtherLacks) {
   const u16string_view cases[][3] = {
-      {u"{\"a\":1,\"b\":2}", u"{\"a\":1,\"b\":3,\"c\":4}", u"{\"b\":u2}"},
-      {u"{\"a\":1}", u"{\"c\":4,\"a\":1}", u"{}"},
-      {u"{\"a\":{\"x\":1,\"y\":2}}", u"{\"a\":{\"x\":1}}", u"{\"a\":{\"x\":u1,\"y\":u2}}"},
-      {u"{\"a\":1,\"b\":[2]}", u"{\"b\":[2],\"a\":1}", u"none"},
+      {u"{'a':1,'b':2}", u"{'a':1,'b':3,'c':4}", u"{'b':u2}"},
+      {u"{'a':1}", u"{'c':4,'a':1}", u"{}"},
+      {u"{'a':{'x':1,'y':2}}", u"{'a':{'x':1}}", u"{'a':{'x':u1,'y':u2}}"},
+      {u"{'a':1,'b':[2]}", u"{'b':[2],'a':1}", u"none"},
       {u"[1,2]", u"{}", u"[u1,u2]"},
       {u"5", u"5.0", u"u5"},
       {u"5", u"5", u"none"}};
   TRef<IJsonElement> change;
   for (const auto& [now, before, expected] : cases) {
-    const bool hasChanged =
-        JsonParser::Parse(now)->ElementChange(JsonParser::Parse(before), change);
+    const bool hasChanged = Json(now)->ElementChange(Json(before), change);
     EXPECT_EQ(expected != u"none", hasChanged);
-    EXPECT_EQ(expected, Describe(change));
+    EXPECT_EQ(Quoted(expected), Describe(change));
   }
-  const auto object = JsonParser::Parse(u"{\"a\":[]}");
+  const auto object = Json(u"{'a':[]}");
   EXPECT_TRUE(object->ElementChange(TObjectJsonElement::Make(), change));
   EXPECT_EQ(object->Obj()->Items(u"a"), change->Obj()->Items(u"a"));
   EXPECT_THROW(object->ElementChange(TArrayJsonElement::Make(), change), EAssertionFailed);
@@ -216,9 +214,9 @@ TEST(JsonElementTest, TreesAskElementsOfForeignClasses) {
   EXPECT_EQ(u"[(\"a\\/b\")]", array->AsString());
   EXPECT_EQ(u"[\r\n (\"a\\/b\" )\r\n]", array->AsString(TJsonIndentedFormatter::Make(1)));
   EXPECT_EQ("(\"x\" )", JsonToUtf8(Create<TLooseElement>(u"x"), TJsonIndentedFormatter::Make(1)));
-  EXPECT_TRUE(array->ElementEquals(JsonParser::Parse(u"[\"c\"]")));
-  EXPECT_FALSE(JsonParser::Parse(u"[\"c\"]")->ElementEquals(array));
-  const auto packed = JsonParser::Parse(u"{\"a\":[\"c\"]}");
+  EXPECT_TRUE(array->ElementEquals(Json(u"['c']")));
+  EXPECT_FALSE(Json(u"['c']")->ElementEquals(array));
+  const auto packed = Json(u"{'a':['c']}");
   const TRef<IJsonElement> object = TObjectJsonElement::Make()->Add(u"a", array);
   EXPECT_TRUE(packed->ElementEquals(object));  // of members it is the other's that are asked
   EXPECT_FALSE(object->ElementEquals(packed));

@@ -19,7 +19,7 @@ TEST(JsonFormatterTest, CompactAndIndentedText) {
     EXPECT_EQ(indented, document->AsString(formatter));
   }
   EXPECT_EQ(u"[\r\n{\r\n\"a\": \"\"\r\n}\r\n]",
-            JsonParser::Parse(u"[{\"a\":\"\"}]")->AsString(TJsonIndentedFormatter::Make(0)));
+            Json(u"[{'a':''}]")->AsString(TJsonIndentedFormatter::Make(0)));
   EXPECT_EQ(u"[]", TArrayJsonElement::Make()->AsString(formatter));
   EXPECT_EQ(u"{\r\n}", TObjectJsonElement::Make()->AsString(formatter));
   EXPECT_THROW(TJsonIndentedFormatter::Make(-1), EAssertionFailed);
@@ -39,9 +39,8 @@ class TLetterFormatter : public TJsonFormatter {
 };
 
 TEST(JsonFormatterTest, IsAskedOnceForAContainer) {
-  EXPECT_EQ(
-      u"b{0\"a\":sb[11,12e],0\"b\":sb{e},0\"c\":s[]e}",
-      JsonParser::Parse(u"{\"a\":[1,2],\"b\":{},\"c\":[]}")->AsString(Create<TLetterFormatter>()));
+  EXPECT_EQ(u"b{0\"a\":sb[11,12e],0\"b\":sb{e},0\"c\":s[]e}",
+            Json(u"{'a':[1,2],'b':{},'c':[]}")->AsString(Create<TLetterFormatter>()));
 }
 
 /// Reads the document at each entry.

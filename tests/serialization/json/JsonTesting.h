@@ -7,6 +7,16 @@
 
 namespace Talvo {
 
+/// The text with its ' made ".
+inline string Quoted(u16string_view text) {
+  string quoted(text);
+  std::replace(quoted.begin(), quoted.end(), u'\'', u'"');
+  return quoted;
+}
+inline TRef<IJsonElement> Json(u16string_view text) {
+  return JsonParser::Parse(Quoted(text));
+}
+
 /// The text of a tree, with the kind in front of each number: [null,u1,i-5,d1.5,"x"].
 inline string Describe(const TRef<IJsonElement>& element) {
   if (!element) return u"none";

@@ -8,12 +8,7 @@
 namespace Talvo {
 namespace {
 
-struct TFault {
-  u16string_view Name;
-  TJsonParserError Code;
-  u16string_view Message;
-};
-const TFault Faults[] = {
+const std::tuple<u16string_view, TJsonParserError, u16string_view> Faults[] = {
     {u"hex", TJsonParserError::ExpectedHexDigit, u"Expected hex digit"},
     {u"escape", TJsonParserError::InvalidEscapeSymbol, u"Invalid escape symbol"},
     {u"torn", TJsonParserError::InvalidEscapeSymbol, u"Incomplete escape symbol"},
@@ -27,8 +22,8 @@ const TFault Faults[] = {
     {u"bracket", TJsonParserError::ExpectedSquareBracketOrComma, u"Expected ']' or ','"}};
 
 string NameOf(TJsonParserError code, const string& message) {
-  for (const TFault& fault : Faults) {
-    if (fault.Code == code && fault.Message == message) return string(fault.Name);
+  for (const auto& [name, faultCode, text] : Faults) {
+    if (faultCode == code && text == message) return string(name);
   }
   return u"?";
 }
@@ -163,9 +158,7 @@ TEST(JsonParserTest, DoublesAreTheNearest) {
   std::vector<std::string> texts{"123456789012.345",          "9007199254740993.0",
                                  "1.00000000000000000000001", "0.00000000000000000000012",
                                  "2.2250738585072011e-308",   "1e23"};
-  const uint64_t seed = std::random_device()();
-  SCOPED_TRACE(seed);
-  std::mt19937_64 random(seed);
+  TALVO_SEEDED(random);
   while (texts.size() < 20'000) {
     texts.push_back(std::to_string(random() >> (4 + random() % 60)) + (random() % 2 ? "e-" : "e") +
                     std::to_string(random() % 30));
@@ -212,16 +205,12 @@ TEST(JsonParserTest, StringsOfAllLengths) {
 }
 
 TEST(JsonParserTest, MalformedUtf8RaisesWithItsOffset) {
-  const std::pair<const char*, size_t> cases[] = {
+  const std::pair<std::string_view, size_t> cases[] = {
       {"\xFF", 0},     {"[\"\xC3\"]", 2},     {"\xEF\xBB\xBF[\xED\xA0\x80]", 4},
       {"\xFE\xFF", 0}, {"\"\xF0\x9D\x84", 1}, {"1 trailing \xF4\x90\x80\x80", 11}};
   for (const auto& [text, offset] : cases) {
-    try {
-      JsonParser::ParseUtf8(text);
-      ADD_FAILURE() << offset;
-    } catch (const EEncodingError& failure) {
-      EXPECT_EQ(offset, failure.Offset());
-    }
+    EXPECT_EQ("EEncodingError: Malformed UTF-8 at offset " + std::to_string(offset),
+              Raised([&] { JsonParser::ParseUtf8(text); }));
   }
 }
 

@@ -26,7 +26,7 @@ TRef<IJsonElement> Rebuilt(const TRef<IJsonElement>& element) {
 /// One document as it comes from the parser, in part and all unpacked, and built by hand.
 std::vector<TRef<IJsonElement>> Shapes(u16string_view text) {
   std::vector<TRef<IJsonElement>> shapes;
-  for (int i = 0; i < 4; ++i) shapes.push_back(JsonParser::Parse(text));
+  for (int i = 0; i < 4; ++i) shapes.push_back(Json(text));
   bool isOdd = false;
   const auto unpackOdd = [&](const TRef<IJsonElement>& item) {
     if ((isOdd = !isOdd)) Unpack(item);
@@ -35,24 +35,24 @@ std::vector<TRef<IJsonElement>> Shapes(u16string_view text) {
   shapes[2]->ForArray([&](const TRef<IJsonArray>& array) { array->Query()->ForEach(unpackOdd); });
   shapes[2]->ForObject([&](const TRef<IJsonObject>& object) { object->ForValues(unpackOdd); });
   Unpack(shapes[3]);
-  shapes.push_back(Rebuilt(JsonParser::Parse(text)));
+  shapes.push_back(Rebuilt(Json(text)));
   return shapes;
 }
 
 const u16string_view Texts[] = {
     u"[]",
     u"{}",
-    u"[[],[[1,\"a\"],[]]]",
-    u"[[],[[1,\"b\"],[]]]",
+    u"[[],[[1,'a'],[]]]",
+    u"[[],[[1,'b'],[]]]",
     u"[1,-2,3.5,true,false,null]",
     u"[1,-2,3.25,true,false,null]",
-    u"[[[{\"k\":[[]]}]]]",
-    u"[[[{\"k\":[{}]}]]]",
-    u"[{\"a\":1,\"b\":[1]},{\"b\":[1],\"a\":1}]",
-    u"{\"a\":[{\"b\":1},{\"c\":[2,{}]}],\"d\":\"x\",\"e\":{\"f\":null}}",
-    u"{\"a\":[{\"b\":1},{\"c\":[2,{}]}],\"d\":\"x\",\"e\":{\"g\":null}}",
-    u"{\"a\":1,\"b\":[{\"x\":1,\"x\":2}],\"a\":[3,{\"y\":[4]}]}",
-    u"[{\"a\":1,\"b\":2,\"c\":3,\"d\":4,\"e\":5,\"f\":6,\"g\":7,\"h\":8,\"i\":9,\"a\":[10]},[]]"};
+    u"[[[{'k':[[]]}]]]",
+    u"[[[{'k':[{}]}]]]",
+    u"[{'a':1,'b':[1]},{'b':[1],'a':1}]",
+    u"{'a':[{'b':1},{'c':[2,{}]}],'d':'x','e':{'f':null}}",
+    u"{'a':[{'b':1},{'c':[2,{}]}],'d':'x','e':{'g':null}}",
+    u"{'a':1,'b':[{'x':1,'x':2}],'a':[3,{'y':[4]}]}",
+    u"[{'a':1,'b':2,'c':3,'d':4,'e':5,'f':6,'g':7,'h':8,'i':9,'a':[10]},[]]"};
 
 TEST(JsonTreeTest, AllShapesAgree) {
   for (const u16string_view text : Texts) {
@@ -82,8 +82,8 @@ TEST(JsonTreeTest, AllShapesAgree) {
 }
 
 TEST(JsonTreeTest, OrderOfMembersDoesNotCount) {
-  for (const auto& one : Shapes(u"[{\"a\":{\"x\":[{}],\"y\":2},\"b\":[1]}]")) {
-    for (const auto& other : Shapes(u"[{\"b\":[1],\"a\":{\"y\":2,\"x\":[{}]}}]")) {
+  for (const auto& one : Shapes(u"[{'a':{'x':[{}],'y':2},'b':[1]}]")) {
+    for (const auto& other : Shapes(u"[{'b':[1],'a':{'y':2,'x':[{}]}}]")) {
       EXPECT_TRUE(one->ElementEquals(other));
     }
   }
@@ -93,7 +93,7 @@ TEST(JsonTreeTest, OrderOfMembersDoesNotCount) {
 
 TEST(JsonTreeTest, CopiesShareOnlyWhatObjectsHold) {
   for (const bool isSourceChanged : {false, true}) {
-    for (const auto& source : Shapes(u"[[1,[2]],{\"a\":[3]},[[{\"a\":[4]}]]]")) {
+    for (const auto& source : Shapes(u"[[1,[2]],{'a':[3]},[[{'a':[4]}]]]")) {
       const auto copy = source->CreateCopy();
       const auto list = (isSourceChanged ? source : copy)->Arr();
       list[0]->Arr()[1]->Arr()->Clear();
@@ -108,7 +108,7 @@ TEST(JsonTreeTest, CopiesShareOnlyWhatObjectsHold) {
 }
 
 TEST(JsonTreeTest, AssignCopiesWhatIsBelow) {
-  for (const auto& source : Shapes(u"[[1,[2]],{\"a\":[3],\"o\":{\"s\":[4]}}]")) {
+  for (const auto& source : Shapes(u"[[1,[2]],{'a':[3],'o':{'s':[4]}}]")) {
     const TRef<IJsonElement> list = TArrayJsonElement::Make(), object = TObjectJsonElement::Make();
     list->Assign(source);
     object->Assign(source->Arr()[1]);
@@ -128,7 +128,7 @@ TEST(JsonTreeTest, AssignedFromWithinItself) {
     element->Assign(element);
     EXPECT_EQ(u"[]", element->AsString());
   }
-  for (const auto& element : Shapes(u"{\"o\":{\"x\":{\"y\":[1]}},\"z\":[]}")) {
+  for (const auto& element : Shapes(u"{'o':{'x':{'y':[1]}},'z':[]}")) {
     element->Assign(element->Obj()->Items(u"o"));
     EXPECT_EQ(u"{\"x\":{\"y\":[1]}}", element->AsString());
     element->Assign(element);
