@@ -181,7 +181,7 @@ void TArray<T>::CloseGap(int32_t index, int32_t count, int32_t last) {
   if constexpr (std::is_trivially_copyable_v<T>) {
     __builtin_memmove(static_cast<void*>(gap), gap + count, bytesBehind);
   } else if (count > 1) {
-    for (; gap != end; ++gap) std::swap(*gap, gap[count]);
+    for (; gap != end; ++gap) std::ranges::swap(*gap, gap[count]);
   } else if constexpr (IsTriviallyRelocatable<T>) {
     alignas(T) unsigned char deleted[sizeof(T)];
     __builtin_memcpy(deleted, static_cast<const void*>(gap), sizeof(T));

@@ -21,7 +21,7 @@ void ReplaceItem(T& slot, const T& value) {
     slot = value;
   } else {
     T replaced = value;
-    std::swap(slot, replaced);
+    std::ranges::swap(slot, replaced);
   }
 }
 
@@ -121,7 +121,7 @@ void TBasicArrayListIntf<T, TList>::ResetItems(int32_t from, int32_t to) {
   } else {
     const int32_t present = to < FArray.Length() ? to : FArray.Length();
     const TArray<T> ended = TArray<T>::OfLength(present > from ? present - from : 0);
-    for (int32_t i = from; i < to; ++i) std::swap(FArray[i], ended[i - from]);
+    for (int32_t i = from; i < to; ++i) std::ranges::swap(FArray[i], ended[i - from]);
   }
 }
 
@@ -383,7 +383,7 @@ void TBasicArrayListIntf<T, TList>::DeleteItems(int32_t index, int32_t count) {
     if constexpr (std::is_trivially_destructible_v<T>) {
       ResetItems(size, FSize);
     } else {
-      for (int32_t i = 0; i < count; ++i) std::swap(FArray[size + i], FArray[length + i]);
+      for (int32_t i = 0; i < count; ++i) std::ranges::swap(FArray[size + i], FArray[length + i]);
     }
   } else {
     FArray.CloseGap(index, count, FArray.Length());
@@ -449,7 +449,7 @@ void TBasicArrayListIntf<T, TList>::CloseGaps(const TArray<uint8_t>& isMarked) {
   int32_t kept = 0;
   for (int32_t i = 0; i < count; ++i) {
     if (i < isMarked.Length() && isMarked[i]) continue;
-    if (kept != i) std::swap(FArray[kept], FArray[i]);
+    if (kept != i) std::ranges::swap(FArray[kept], FArray[i]);
     ++kept;
   }
   TBasicArrayListIntf::DoDelete(kept, count - kept);
@@ -460,7 +460,7 @@ bool TBasicArrayListIntf<T, TList>::DoSwap(int32_t left, int32_t right) {
   T& first = FArray[left];
   T& second = FArray[right];
   if (left == right) return false;
-  std::swap(first, second);
+  std::ranges::swap(first, second);
   return true;
 }
 
@@ -477,7 +477,7 @@ bool TBasicArrayListIntf<T, TList>::DoMove(int32_t from, int32_t to) {
 
 template <class T, class TList>
 bool TBasicArrayListIntf<T, TList>::DoReverse() {
-  for (int32_t i = 0, j = FSize - 1; i < j; ++i, --j) std::swap(FArray[i], FArray[j]);
+  for (int32_t i = 0, j = FSize - 1; i < j; ++i, --j) std::ranges::swap(FArray[i], FArray[j]);
   return FSize > 1;
 }
 

@@ -23,7 +23,7 @@ void InsertionSort(T* items, int32_t count, C& compare) {
     if constexpr (!std::is_nothrow_move_assignable_v<T>) {
       // Where a move can raise there may be no hole to fill on the way out.
       for (int32_t j = i; j > 0 && compare(items[j - 1], items[j]) > 0; --j) {
-        std::swap(items[j - 1], items[j]);
+        std::ranges::swap(items[j - 1], items[j]);
       }
       continue;
     }
@@ -44,13 +44,13 @@ void HeapSort(T* items, int32_t count, C& compare) {
       if (child >= end) return;
       if (child + 1 < end && compare(items[child], items[child + 1]) < 0) ++child;
       if (!(compare(items[root], items[child]) < 0)) return;
-      std::swap(items[root], items[child]);
+      std::ranges::swap(items[root], items[child]);
       root = static_cast<int32_t>(child);
     }
   };
   for (int32_t root = count / 2 - 1; root >= 0; --root) siftDown(root, count);
   for (int32_t end = count - 1; end > 0; --end) {
-    std::swap(items[0], items[end]);
+    std::ranges::swap(items[0], items[end]);
     siftDown(0, end);
   }
 }
@@ -65,7 +65,7 @@ void PivotToFront(T* items, int32_t count, C& compare) {
   if (compare(*high, *middle) < 0) {
     middle = compare(*high, *low) < 0 ? low : high;
   }
-  if (middle != items) std::swap(*middle, *items);
+  if (middle != items) std::ranges::swap(*middle, *items);
 }
 
 /// Splits the items around the pivot at the front; returns where the pivot ended. Both scans
@@ -78,11 +78,11 @@ int32_t Partition(T* items, int32_t count, C& compare) {
     while (i <= j && compare(items[i], items[0]) < 0) ++i;
     while (i <= j && compare(items[j], items[0]) > 0) --j;
     if (i >= j) break;
-    std::swap(items[i], items[j]);
+    std::ranges::swap(items[i], items[j]);
     ++i;
     --j;
   }
-  if (j > 0) std::swap(items[0], items[j]);
+  if (j > 0) std::ranges::swap(items[0], items[j]);
   return j;
 }
 

@@ -282,5 +282,25 @@ TEST(ArrayListTest, AbstractVerbsRaise) {
   EXPECT_EQ(1, list->Sort([](int32_t l, int32_t r) { return l - r; })[0]);
 }
 
+// A value that only its own swap can exchange rightly.
+struct TSwapped {
+  int Number = 0;
+  int Swaps = 0;
+  friend void swap(TSwapped& left, TSwapped& right) {
+    std::swap(left.Number, right.Number);
+    ++left.Swaps;
+    ++right.Swaps;
+  }
+};
+
+TEST(ArrayListTest, ItemsAreExchangedByTheirOwnSwap) {
+  const auto list = TArrayList<TSwapped>::MakeArray({{1}, {2}, {3}});
+  list->Swap(0, 1).Reverse();
+  EXPECT_EQ(3, list[0].Number);
+  EXPECT_EQ(1, list[1].Number);
+  EXPECT_EQ(2, list[2].Number);
+  EXPECT_EQ(4, list[0].Swaps + list[1].Swaps + list[2].Swaps);
+}
+
 }  // namespace
 }  // namespace Talvo
