@@ -199,7 +199,7 @@ class TQuery : public TImplements<TBasicInterfacedObject, IQuery<T>> {
   }
 
  protected:
-  /// For descendants that make their enumerators themselves.
+  /// For descendants that make their enumerators themselves, when there is no function.
   explicit TQuery(TRef<IComparer<T>> comparer) : FComparer(std::move(comparer)) {}
 
   TFunc<TRef<ISizeEnumerator<T>>> FCreateEnumerator;

@@ -417,9 +417,11 @@ template <class TCollection, class TResult, class T>
 TContainerQueryAccess<TCollection, TResult, T>* TContainerQuery<TCollection, TResult, T>::Access() {
   if (!FAccess) {
     TFunc<TRef<ISizeEnumerator<T>>> createEnumerator = this->FCreateEnumerator;
-    if (!createEnumerator) {
-      // The access lives no longer than this query: a plain pointer is enough.
-      createEnumerator = [this] { return this->NewSourceEnumerator(); };
+    if constexpr (std::is_base_of_v<ISizeEnumerable<T>, TCollection>) {
+      // A copy of the function may outlive the query: it holds the collection alone.
+      if (!createEnumerator) {
+        createEnumerator = [source = FCollection] { return source->NewSizeEnumerator(); };
+      }
     }
     FAccess = Create<TContainerQueryAccess<TCollection, TResult, T>>(std::move(createEnumerator),
                                                                      FCollection);

@@ -14,11 +14,13 @@ class TListQueryOver final : public TBase {
  public:
   template <class... A>
   TListQueryOver(const TRef<TList>& list, bool isReverse, A&&... state)
-      : TBase(list, TRef<IComparer<T>>(), static_cast<A&&>(state)...), FIsReverse(isReverse) {}
+      : TBase(list, TRef<IComparer<T>>(), static_cast<A&&>(state)...) {
+    if (isReverse) this->FCreateEnumerator = [list] { return list->GetReverseEnumerator(); };
+  }
 
   TRef<ISizeEnumerator<T>> NewSourceEnumerator() const override {
-    return FIsReverse ? this->FCollection->GetReverseEnumerator()
-                      : this->FCollection->NewSizeEnumerator();
+    return this->FCreateEnumerator ? this->FCreateEnumerator()
+                                   : this->FCollection->NewSizeEnumerator();
   }
   const IComparer<T>* GetEquality() const override { return this->FCollection->GetEquality(); }
   TRef<IArrayList<T>> NewResult() const override { return this->FCollection->CreateList(); }
@@ -29,9 +31,6 @@ class TListQueryOver final : public TBase {
   IArrayListState<T>* GetResultState(const TRef<IArrayList<T>>& result) const override {
     return Supports<IArrayListState<T>>(result).Get();  // the result keeps it alive
   }
-
- private:
-  bool FIsReverse;
 };
 
 template <class TList, class T>

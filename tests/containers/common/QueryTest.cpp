@@ -194,6 +194,7 @@ TEST(QueryKindsTest, ObjectsAndInterfacesCompareByIdentity) {
 TEST(QueryKindsTest, HoldsItsSource) {
   auto list = TArrayList<int32_t>::MakeArray({1, 2});
   const auto query = list->Query();
+  const auto backward = list->Query(/*isReverse*/ true)->Access()->CreateEnumerator();
   list = nullptr;
   EXPECT_EQ(2, query->Skip(1)->Query()->First());
 }
