@@ -49,8 +49,10 @@ void FilterInto(TArray<T>& items, TCountCell& count, const TArray<T>& source, in
     T* const first = items.Data() + count;
     T* slot = first;
     for (; from < end; ++from) {
-      *slot = source[from];
-      slot += accept(std::as_const(*slot)) ? 1 : 0;
+      // The test sees the source's own item, as everywhere: its address may mean something.
+      const T& item = source[from];
+      *slot = item;
+      slot += accept(item) ? 1 : 0;
     }
     const auto stored = static_cast<int32_t>(slot - first);
     if (stored < room) *slot = T{};

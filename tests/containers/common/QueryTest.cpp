@@ -197,6 +197,19 @@ TEST(QueryKindsTest, HoldsItsSource) {
   const auto backward = list->Query(/*isReverse*/ true)->Access()->CreateEnumerator();
   list = nullptr;
   EXPECT_EQ(2, query->Skip(1)->Query()->First());
+  const auto walk = backward();
+  EXPECT_TRUE(walk->MoveNext());
+  EXPECT_EQ(2, walk->Current()) << "a maker of enumerators outlives its query";
+}
+
+TEST(QueryKindsTest, TestsSeeTheItemsThemselves) {
+  const auto list = TArrayList<int32_t>::MakeArray({1, 1, 2, 2, 2, 1});
+  const int32_t* previous = nullptr;
+  const auto differsFromPrevious = [&](const int32_t& item) {
+    const int32_t* before = std::exchange(previous, &item);
+    return !before || *before != item;
+  };
+  EXPECT_TRUE(list->Query()->Filter(differsFromPrevious)->Query()->Equals({1, 2, 1}));
 }
 
 }  // namespace
