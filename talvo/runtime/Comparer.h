@@ -22,6 +22,64 @@ class IComparer : public virtual IInterface {
 template <class T>
 using TComparison = TFunction<int32_t(const T&, const T&)>;
 
+namespace Detail {
+
+/// What the elements of T are, if T is a standard container, pair, tuple or variant.
+template <class T>
+struct TElementsOf {
+  using TType = TTypeList<>;
+};
+template <class E, auto N, template <class, auto> class C>
+struct TElementsOf<C<E, N>> {
+  using TType = TTypeList<E>;
+};
+template <class... A, template <class...> class C>
+struct TElementsOf<C<A...>> {
+  static auto Pick() {
+    if constexpr (requires(const C<A...>& value) {
+                    typename C<A...>::value_type;
+                    value.begin();
+                  }) {
+      return TTypeList<std::remove_cv_t<typename C<A...>::value_type>>();
+    } else if constexpr (
+        requires { std::tuple_size<C<A...>>::value; } ||
+        requires(const C<A...>& value) { value.valueless_by_exception(); }) {
+      return TTypeList<std::remove_cv_t<A>...>();
+    } else {
+      return TTypeList<>();
+    }
+  }
+  using TType = decltype(Pick());
+};
+
+struct TEqual {
+  template <class T>
+  static constexpr bool Has = requires(const T& left, const T& right) {
+    { left == right } -> std::convertible_to<bool>;
+  };
+};
+struct TLess {
+  template <class T>
+  static constexpr bool Has = requires(const T& left, const T& right) {
+    { left < right } -> std::convertible_to<bool>;
+  };
+};
+
+/// Whether values of T can be compared by `Operator`. Standard containers declare theirs whatever
+/// their elements can, so the elements are asked too.
+template <class Operator, class T>
+constexpr bool Compares() {
+  if constexpr (Operator::template Has<T>) {
+    return []<class... E>(TTypeList<E...>) {
+      return (Compares<Operator, E>() && ...);
+    }(typename TElementsOf<T>::TType());
+  } else {
+    return false;
+  }
+}
+
+}  // namespace Detail
+
 /// The default order of two values; NaN equals itself and comes last. A type with nothing but ==
 /// has an equality and no order: its unequal values compare as 1. A type without any comparison
 /// raises EAbstractError.
@@ -40,13 +98,9 @@ inline int32_t DefaultCompare(const T& left, const T& right) {
                          { left.compare(right) } -> std::same_as<int>;
                        }) {
     return left.compare(right);
-  } else if constexpr (requires {
-                         { left < right } -> std::convertible_to<bool>;
-                       }) {
+  } else if constexpr (Detail::Compares<Detail::TLess, T>()) {
     return left < right ? -1 : right < left ? 1 : 0;
-  } else if constexpr (requires {
-                         { left == right } -> std::convertible_to<bool>;
-                       }) {
+  } else if constexpr (Detail::Compares<Detail::TEqual, T>()) {
     if (left == right) return 0;
     if constexpr (requires { left.HashValue(); }) {
       return left.HashValue() < right.HashValue() ? -1 : 1;

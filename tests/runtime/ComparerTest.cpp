@@ -4,6 +4,12 @@
 #include <tests/TestTypes.h>
 #include <talvo/runtime/Text.h>
 
+#include <array>
+#include <map>
+#include <tuple>
+#include <variant>
+#include <vector>
+
 namespace Talvo {
 namespace {
 
@@ -42,6 +48,26 @@ TEST(ComparerTest, TypesWithoutOrderHaveAtLeastAnEquality) {
   EXPECT_EQ(0, DefaultCompare(TEqualOnly{1, 2}, TEqualOnly{1, 2}));
   EXPECT_NE(0, DefaultCompare(TEqualOnly{1, 2}, TEqualOnly{1, 3}));
   EXPECT_THROW(DefaultCompare(TNothing{1}, TNothing{1}), EAbstractError);
+}
+
+TEST(ComparerTest, ContainersCompareAsFarAsTheirElementsDo) {
+  struct TNothing {
+    double Weight;
+  };
+  const auto expectNothing = [](const auto& value) {
+    EXPECT_THROW(DefaultCompare(value, value), EAbstractError);
+  };
+  expectNothing(std::vector<std::vector<TNothing>>());
+  expectNothing(std::map<int, TNothing>());
+  expectNothing(std::pair<int, TNothing>());
+  expectNothing(std::tuple<TNothing>());
+  expectNothing(std::array<TNothing, 2>());
+  expectNothing(std::variant<int, TNothing>());
+  ExpectBefore<std::map<int, string>>({{1, u"a"}}, {{1, u"b"}});
+  ExpectBefore<std::vector<std::pair<int, int>>>({{1, 1}}, {{1, 2}});
+  ExpectBefore<std::variant<int, string>>(1, u"a");
+  std::vector<TNothing> items(2);
+  ExpectBefore(items.begin(), items.end());
 }
 
 TEST(ComparerTest, DelegatesToAFunction) {
