@@ -308,10 +308,12 @@ TRef<IJsonElement> TObjectJsonElement::CreateCopy() const {
 
 bool TObjectJsonElement::ElementChange(const TRef<IJsonElement>& other,
                                        TRef<IJsonElement>& change) const {
-  change = nullptr;
-  if (ElementEquals(other)) return false;
+  // `change` may be `other`, or all that keeps this element alive.
+  const TRef<IJsonElement> compared = other;
+  const TRef<IJsonElement> outgoing = std::exchange(change, nullptr);
+  if (ElementEquals(compared)) return false;
   TRef<IJsonObject> before;
-  Assert(other && other->GetObject(before));
+  Assert(compared && compared->GetObject(before));
   TRef<TObjectJsonElement> changed = Make();
   for (const auto& [key, value] : Value()) {
     TRef<IJsonElement> old;

@@ -146,8 +146,10 @@ bool TJsonElement::ElementEquals(const TRef<IJsonElement>& other) const {
 
 bool TJsonElement::ElementChange(const TRef<IJsonElement>& other,
                                  TRef<IJsonElement>& change) const {
-  change = nullptr;
-  if (ElementEquals(other)) return false;
+  // `change` may be `other`, or all that keeps this element alive.
+  const TRef<IJsonElement> compared = other;
+  const TRef<IJsonElement> outgoing = std::exchange(change, nullptr);
+  if (ElementEquals(compared)) return false;
   change = CreateCopy();
   return true;
 }

@@ -173,6 +173,16 @@ TEST(JsonElementTest, ChangeIsWhatTheOtherLacks) {
   EXPECT_FALSE(change);
 }
 
+TEST(JsonElementTest, ChangeMayReplaceWhatWasCompared) {
+  for (const u16string_view text : {u"{\"a\":1}", u"[1]"}) {
+    const auto is = JsonParser::Parse(text);
+    auto self = JsonParser::Parse(text), other = JsonParser::Parse(u"{}");
+    EXPECT_TRUE(self->ElementChange(other, self) && self->ElementEquals(is));
+    EXPECT_TRUE(is->ElementChange(other, other) && other->ElementEquals(is));
+    EXPECT_FALSE(is->ElementChange(other, other) || other);
+  }
+}
+
 TEST(JsonElementTest, BuildingSharesWhatIsGiven) {
   const auto list = TJsonArray::Make();
   const auto number = TIntegerJsonElement::Make(1);
