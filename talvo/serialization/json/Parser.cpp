@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/serialization/json/Parser.h>
 
+#include <utility>
 #include <talvo/serialization/json/Files.h>
 #include <talvo/serialization/json/Scanner.h>
 
@@ -37,7 +38,7 @@ TJsonTextPosition LineAndColumn(u16string_view text, uint32_t position) {
 }
 
 void JsonParser::Parse(u16string_view text, const TOnError& onError, TRef<IJsonElement>& result) {
-  result = nullptr;
+  const TRef<IJsonElement> outgoing = std::exchange(result, nullptr);  // `text` may stand in it
   CheckLength(text);
   result = Detail::TJsonScanner<char16_t>(text.data(), text.size(), onError).Scan();
 }
@@ -71,7 +72,7 @@ TRef<IJsonElement> JsonParser::ParseUtf8(std::string_view bytes) {
 
 void JsonParser::ParseFile(u16string_view path, const TOnError& onError,
                            TRef<IJsonElement>& result) {
-  result = nullptr;
+  const TRef<IJsonElement> outgoing = std::exchange(result, nullptr);  // `path` may stand in it
   const std::string bytes = Detail::ReadFileBytes(path);
   if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF")) {
     Parse(Detail::DecodeUtf16File(bytes), onError, result);

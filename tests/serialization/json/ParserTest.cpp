@@ -222,6 +222,13 @@ TEST(JsonParserTest, WhatTheCallbackRaisesEndsTheParse) {
   EXPECT_FALSE(tree);
 }
 
+TEST(JsonParserTest, TheTextMayStandInTheResult) {
+  const u16string_view inner = u"[\"longer than what a string holds without memory of its own\"]";
+  TRef<IJsonElement> tree = TStringJsonElement::Make(string(inner));
+  JsonParser::Parse(static_cast<TStringJsonElement*>(tree->GetInstance())->Value(), nullptr, tree);
+  EXPECT_EQ(inner, tree->AsString());
+}
+
 TEST(JsonParserTest, ManyFaultsTakeLinearTime) {
   string text = u"[\"\u00E9\",{";
   constexpr int32_t count = 200'000;
