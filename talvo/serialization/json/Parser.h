@@ -36,8 +36,8 @@ class TALVO_API JsonParser : public TBasicObject {
 
   /// Parses the first value of the text. Without a callback the first error raises
   /// EJsonException. With one, each error is reported and parsing goes on; the result is the tree
-  /// that was recovered, empty when the very first value was wrong. Texts of 2^32 units and more
-  /// raise ERangeError.
+  /// that was recovered, empty when the very first value was wrong. The callback may change the
+  /// caller's text and drop its own handle. Texts of 2^32 units and more raise ERangeError.
   static void Parse(u16string_view text, const TOnError& onError, TRef<IJsonElement>& result);
   static TRef<IJsonElement> Parse(u16string_view text);
 

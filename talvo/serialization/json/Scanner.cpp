@@ -11,8 +11,19 @@ void TJsonScanner<TUnit>::Error(TJsonParserError code, u16string_view message) {
   if constexpr (IsUtf8) {
     throw TJsonNeedsUtf16();
   } else {
-    if (FText.empty()) FText.assign(FStart, FEnd);
+    if (FText.empty()) KeepText();
     FOnError(FText, static_cast<uint32_t>(FElement - FStart), code, string(message));
+  }
+}
+
+/// Goes on in a copy of the text: the callback may change what was given.
+template <class TUnit>
+void TJsonScanner<TUnit>::KeepText() {
+  if constexpr (!IsUtf8) {
+    FText.assign(FStart, FEnd);
+    FElement = FText.data() + (FElement - FStart);
+    FStart = FText.data();
+    FEnd = FStart + FText.size();
   }
 }
 

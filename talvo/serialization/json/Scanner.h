@@ -35,6 +35,7 @@ class TJsonScanner {
     if (FElement != FEnd) ++FElement;
   }
   void Error(TJsonParserError code, u16string_view message);
+  void KeepText();
   void SkipEmpty() noexcept;
   void SkipRun() noexcept;
   bool FollowsText(u16string_view text) noexcept;
@@ -73,8 +74,8 @@ class TJsonScanner {
   const TUnit* FStart;
   const TUnit* FElement;
   const TUnit* FEnd;
-  const JsonParser::TOnError& FOnError;
-  string FText;  // what the callback is given; made at the first error
+  const JsonParser::TOnError FOnError;  // kept: the callback may drop the caller's handle
+  string FText;                         // what the callback is given; made at the first error
   TTapeBuffer<TTapeNode> FNodes;
   TTapeBuffer<char16_t> FCharacters;
   size_t FOpenNode = NoNode;  // the innermost open container

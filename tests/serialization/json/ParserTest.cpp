@@ -229,6 +229,21 @@ TEST(JsonParserTest, TheTextMayStandInTheResult) {
   EXPECT_EQ(inner, tree->AsString());
 }
 
+TEST(JsonParserTest, TheCallbackMayTakeTextAndHandleAway) {
+  auto text =
+      std::make_unique<string>(u"[{\"a\":},\"longer than a string without memory of its own\"");
+  int32_t faults = 0;
+  JsonParser::TOnError onError = [&](const string&, uint32_t, TJsonParserError, const string&) {
+    ++faults;
+    text = nullptr;
+    onError = nullptr;
+  };
+  TRef<IJsonElement> tree;
+  JsonParser::Parse(*text, onError, tree);
+  EXPECT_EQ(2, faults);
+  EXPECT_EQ(u"[{},\"longer than a string without memory of its own\"]", Describe(tree));
+}
+
 TEST(JsonParserTest, ManyFaultsTakeLinearTime) {
   string text = u"[\"\u00E9\",{";
   constexpr int32_t count = 200'000;
