@@ -29,6 +29,14 @@ class TLinkedIterator {
 
   TLinkedIterator(TRef<IInterface> list, TLinkedNodes<T>& nodes)
       : FList(std::move(list)), FWalk(nodes), FNode(nodes.FirstLive()) {}
+  TLinkedIterator(TLinkedIterator&&) noexcept = default;
+  TLinkedIterator& operator=(TLinkedIterator&& other) noexcept {
+    // The old walk must end before the last reference to its list goes: `other` sees to it.
+    FList.Swap(other.FList);
+    FWalk = std::move(other.FWalk);
+    std::swap(FNode, other.FNode);
+    return *this;
+  }
   const T& operator*() const { return FNode->Data; }
   const T* operator->() const { return &FNode->Data; }
   TLinkedIterator& operator++() {

@@ -122,6 +122,11 @@ TEST(LinkedListTest, WalksKeepTheListAlive) {
   list = TList::MakeArray({5, 6, 5});
   list->RemoveAll([&](const TCounted& item) { return list = nullptr, item == 5; });
   EXPECT_EQ(TCounted::Live(), 0);
+
+  auto at = TList::MakeArray({7})->begin();
+  at = TList::MakeArray({8, 9})->begin();
+  EXPECT_TRUE(*at == 8 && *++at == 9);
+  EXPECT_EQ(TCounted::Live(), 2) << "the first list went";
 }
 
 TEST(LinkedListTest, WhatWasRemovedBeforeAFailureIsGone) {
