@@ -80,8 +80,13 @@ const TJsonElement& Instance(const TRef<IJsonElement>& element) {
 }
 
 bool NeedsEscape(u16string_view key) {
-  for (const char16_t unit : key) {
+  for (size_t i = 0; i < key.size(); ++i) {
+    const char16_t unit = key[i];
     if (unit < 32 || unit == '"' || unit == '\\') return true;
+    if ((unit & 0xF800) != 0xD800) continue;
+    const bool isPair = unit < 0xDC00 && i + 1 < key.size() && (key[i + 1] & 0xFC00) == 0xDC00;
+    if (!isPair) return true;  // only an escape can say a lone surrogate
+    ++i;
   }
   return false;
 }

@@ -119,6 +119,9 @@ TEST(JsonTextTest, IsValidJson) {
       {ObjectWith(u"/\u00E9\x7F"), true},
       {ObjectWith(u"a\""), false},
       {ObjectWith(u"\\"), false},
+      {ObjectWith(u"\xD83D\xDE00"), true},
+      {ObjectWith(u"\xD83D\xD83D\xDE00"), false},
+      {ObjectWith(u"\xDE00"), false},
       {JsonParser::Parse(u"[{\"a\":[1.5,\"\\n\"]},{},[]]"), true},
       {JsonParser::Parse(badKey), false},
       {Unpack(JsonParser::Parse(badKey)), false}};
