@@ -22,9 +22,11 @@ class TALVO_API IJsonFormatter : public virtual IInterface {
   virtual string EndObjectIndent() = 0;
   /// In front of each entry of an object or array; asked for once a container.
   virtual string ObjectEntryIndent() = 0;
-  /// In front of "[" and "]".
+  /// In front of "[" and "]". An empty array asks for neither.
   virtual string BeginArrayIndent() = 0;
   virtual string EndArrayIndent() = 0;
+  /// For formatters of one's own: the elements of this library ask ObjectEntryIndent for arrays
+  /// too.
   virtual string ArrayEntryIndent() = 0;
 };
 
