@@ -7,8 +7,9 @@
 //   names->Add(u"left");                              // calls it once
 //
 // Every call that changes the content tells of it once, when it is done; AppendUnique and RemoveAll
-// do so for each item. A call that changes nothing tells nobody, nor does what is written through
-// begin() and end() or straight into the storage.
+// do so for each item. What a source had given to Append when it raised is told of, too. A call
+// that changes nothing tells nobody, nor does what is written through begin() and end() or straight
+// into the storage.
 
 #include <talvo/containers/list/ArrayList.h>
 #include <talvo/containers/list/ChangeNotify.h>
@@ -36,7 +37,17 @@ class TBasicNotifyArrayListIntf : public Detail::TChangeNotifier<TBase> {
   }
   bool DoAdd(const T& value, int32_t count) override { return Tell(TBase::DoAdd(value, count)); }
   bool DoAddFront(const T& value) override { return Tell(TBase::DoAddFront(value)); }
-  bool DoAppend(const Detail::TSource<T>& source) override { return Tell(TBase::DoAppend(source)); }
+  bool DoAppend(const Detail::TSource<T>& source) override {
+    const int32_t before = this->GetCount();
+    bool hasAdded = false;
+    try {
+      hasAdded = TBase::DoAppend(source);
+    } catch (...) {
+      Tell(this->GetCount() != before);
+      throw;
+    }
+    return Tell(hasAdded);
+  }
   bool DoAssign(const Detail::TSource<T>& source) override { return Tell(TBase::DoAssign(source)); }
   bool DoDelete(int32_t index, int32_t count) override {
     return Tell(TBase::DoDelete(index, count));

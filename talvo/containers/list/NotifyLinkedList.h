@@ -7,7 +7,8 @@
 //   jobs->Add(u"first");                              // calls it once
 //
 // Every call that changes the content tells of it once, when it is done; AddUnique, AppendUnique
-// and RemoveAll of a sequence do so for each item. A call that changes nothing tells nobody.
+// and RemoveAll of a sequence do so for each item. A call that changes nothing tells nobody, and a
+// predicate that raises leaves nothing untold.
 
 #include <talvo/containers/list/ChangeNotify.h>
 #include <talvo/containers/list/LinkedList.h>
@@ -34,7 +35,18 @@ class TBasicNotifyLinkedList : public Detail::TChangeNotifier<TBase> {
     return Tell(TBase::DoRemoveOne(accept));
   }
   bool DoRemoveAll(TFunctionRef<bool(const T&)> accept) override {
-    return Tell(TBase::DoRemoveAll(accept));
+    bool hasRemoved = false;
+    try {
+      TBase::DoRemoveAll([&](const T& item) {
+        const bool isWanted = accept(item);
+        hasRemoved |= isWanted;
+        return isWanted;
+      });
+    } catch (...) {
+      Tell(hasRemoved);
+      throw;
+    }
+    return Tell(hasRemoved);
   }
   bool DoClear() override { return Tell(TBase::DoClear()); }
 

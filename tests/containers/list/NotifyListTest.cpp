@@ -39,6 +39,17 @@ bool IsSmall(int32_t item) {
 bool IsNone(int32_t) {
   return false;
 }
+bool IsSmallOrRaises(int32_t item) {
+  return item < 3 || (RaiseRangeError(), true);
+}
+class TRaisingEnumerator : public TEnumerator<int32_t> {
+  bool MoveNext() override { return ++FItem < 3 || (RaiseRangeError(), true); }
+  const int32_t& Current() override { return FItem; }
+  int32_t FItem = 0;
+};
+TOwn<TEnumerator<int32_t>> Raising() {
+  return Create<TRaisingEnumerator>();
+}
 constexpr auto Ignore = [](int32_t) {};
 const std::vector<int32_t> Nothing;
 int32_t GItem;
@@ -72,6 +83,8 @@ TEST(NotifyListTest, ArrayListsTellOfChanges) {
         STEP(1, list->Delete(1).Delete(2).Delete(-1).Delete(0, 0)),
         STEP(4, list->Swap(1, 1).Swap(0, 1).Move(0, 3).Move(1, 1).Move(0, 2).Reverse().Sort()),
         STEP(1, list->SetCapacity(9, false).SetCapacity(1, true)),
+        STEP(2, list->SetCapacity(9, false); EXPECT_THROW(list->Append(Raising()), ERangeError);
+             EXPECT_EQ(list->Count(), 5); list->Add(7)),
   });
 }
 
@@ -79,6 +92,8 @@ TEST(NotifyListTest, LinkedListsTellOfChanges) {
   CheckCommonSteps<TNotifyLinkedList<int32_t>, ILinkedList<int32_t>>();
   CheckSteps<TNotifyLinkedList<int32_t>, ILinkedList<int32_t>>({
     STEP(2, list->RemoveAll(IsSmall).AddFirst(9)),
+        STEP(1, EXPECT_THROW(list->RemoveAll(IsSmallOrRaises), ERangeError)),
+        STEP(0, EXPECT_THROW(list->Append(Raising()), ERangeError)),
         STEP(3, list->PopFirst(GItem).PopFirst(Ignore).PopFirst(GItem).PopFirst(GItem)),
         STEP(2, auto walk = list->GetEnumerator(); list->RemoveOne(2).RemoveOne(2).RemoveAll(3)),
         STEP(1, auto walk = list->GetEnumerator(); list->PopFirst(GItem).PopFirst(GItem)),
