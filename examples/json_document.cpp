@@ -215,7 +215,7 @@ int main(int argc, char** argv) {
     const string path = FromUtf8(argv[i], TSurrogates::Keep);
     try {
       isFine &= Show(path);
-    } catch (const Exception& failure) {
+    } catch (const std::exception& failure) {
       // An unreadable file, malformed UTF-8, a number that fits no type: each says what it met.
       std::cerr << path << ": " << failure.what() << '\n';
       isFine = false;
