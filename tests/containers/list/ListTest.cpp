@@ -16,12 +16,13 @@ struct TArrayLists {
   template <class T>
   using TOf = TArrayList<T>;
 };
+template <class T>
+concept HasIdentity = requires {
+  typename T::TTarget;
+};
 struct TLinkedLists {
   template <class T>
-  using TOf = std::conditional_t < requires {
-    typename T::TTarget;
-  }
-  , TInterfaceLinkedList<T>, TLinkedList < T >> ;
+  using TOf = std::conditional_t<HasIdentity<T>, TInterfaceLinkedList<T>, TLinkedList<T>>;
 };
 template <class TKind>
 constexpr bool IsArray = std::is_same_v<TKind, TArrayLists>;

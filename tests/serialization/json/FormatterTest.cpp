@@ -25,12 +25,13 @@ TEST(JsonFormatterTest, CompactAndIndentedText) {
   EXPECT_THROW(TJsonIndentedFormatter::Make(-1), EAssertionFailed);
 }
 
-/// Answers each question with a letter; arrays get those of objects.
+/// Answers each question with a letter; arrays begin and go on as objects do.
 class TLetterFormatter : public TJsonFormatter {
  public:
   string Separator() override { return u"s"; }
   string BeginObjectIndent() override { return u"b"; }
   string EndObjectIndent() override { return u"e"; }
+  string EndArrayIndent() override { return u"E"; }
   string ObjectEntryIndent() override { return string(1, static_cast<char16_t>(u'0' + FAsked++)); }
   string ArrayEntryIndent() override { return u"never"; }
 
@@ -39,7 +40,7 @@ class TLetterFormatter : public TJsonFormatter {
 };
 
 TEST(JsonFormatterTest, IsAskedOnceForAContainer) {
-  EXPECT_EQ(u"b{0\"a\":sb[11,12e],0\"b\":sb{e},0\"c\":s[]e}",
+  EXPECT_EQ(u"b{0\"a\":sb[11,12E],0\"b\":sb{e},0\"c\":s[]e}",
             Json(u"{'a':[1,2],'b':{},'c':[]}")->AsString(Create<TLetterFormatter>()));
 }
 
