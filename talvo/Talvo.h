@@ -7,4 +7,5 @@
 #include <talvo/containers/Talvo.Containers.List.h>
 #include <talvo/containers/Talvo.Containers.Sets.h>
 #include <talvo/containers/Talvo.Containers.Utils.h>
+#include <talvo/containers/Talvo.Elements.h>
 #include <talvo/serialization/Talvo.Json.h>
