@@ -8,3 +8,4 @@
 #include <talvo/containers/Talvo.Containers.Sets.h>
 #include <talvo/containers/Talvo.Containers.Utils.h>
 #include <talvo/serialization/Talvo.Json.h>
+#include <talvo/threading/Talvo.Threading.h>

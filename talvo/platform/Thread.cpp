@@ -4,10 +4,11 @@
 #include <pthread.h>
 #include <unistd.h>
 
-namespace Talvo {
-namespace {
+namespace Talvo::Platform {
 
-thread_local uint32_t GCurrentThreadId = 0;
+constinit thread_local uint32_t GCurrentThreadId = 0;
+
+namespace {
 
 // A forked child goes on with a copy of the thread that forked, under an identifier of its own.
 [[maybe_unused]] const int GForkHandler =
@@ -15,9 +16,9 @@ thread_local uint32_t GCurrentThreadId = 0;
 
 }  // namespace
 
-uint32_t CurrentThreadId() noexcept {
-  if (GCurrentThreadId == 0) GCurrentThreadId = static_cast<uint32_t>(gettid());
+uint32_t AskCurrentThreadId() noexcept {
+  GCurrentThreadId = static_cast<uint32_t>(gettid());
   return GCurrentThreadId;
 }
 
-}  // namespace Talvo
+}  // namespace Talvo::Platform
