@@ -10,14 +10,16 @@
 #include <unistd.h>
 
 namespace Talvo {
+
+constinit thread_local uint32_t Platform::GCurrentThreadId = 0;
+
 namespace {
 
-thread_local uint32_t GCurrentThreadId = 0;
 uint32_t GMainThreadId = 0;  // atomic
 
 // A forked child goes on with a copy of the thread that forked, under an identifier of its own.
 [[maybe_unused]] const int GForkHandler = pthread_atfork(nullptr, nullptr, [] {
-  GCurrentThreadId = 0;
+  Platform::GCurrentThreadId = 0;
   GMainThreadId = 0;
 });
 
@@ -32,8 +34,8 @@ std::string_view SystemName(std::string_view utf8) noexcept {
 
 }  // namespace
 
-uint32_t CurrentThreadId() noexcept {
-  if (GCurrentThreadId == 0) GCurrentThreadId = static_cast<uint32_t>(gettid());
+uint32_t Platform::AskCurrentThreadId() noexcept {
+  GCurrentThreadId = static_cast<uint32_t>(gettid());
   return GCurrentThreadId;
 }
 
@@ -86,5 +88,4 @@ bool SetThreadNice(uint32_t threadId, int nice) noexcept {
 }
 
 }  // namespace Platform
-
 }  // namespace Talvo
