@@ -22,10 +22,6 @@ namespace {
 using TClock = std::chrono::steady_clock;
 using TLocked = std::unique_lock<std::mutex>;
 
-uint32_t MainThreadId() noexcept {
-  return static_cast<uint32_t>(getpid());
-}
-
 constexpr TClock::time_point Never = TClock::time_point::max();
 
 struct TTimer {
@@ -241,6 +237,17 @@ bool PostThreadMessage(uint32_t thread, uint32_t id, uintptr_t wParam, intptr_t 
   TThreadQueue* queue = state.QueueOf(thread);
   if (queue) queue->Push({0, id, wParam, lParam, 0});
   return queue;
+}
+
+void RecallMessages(TWindowHandle window, uint32_t id, uintptr_t wParam) {
+  TState& state = State();
+  const TLocked locked(state.Guard);
+  const TWindow* found = state.Find(window);
+  if (!found) return;
+  std::erase_if(found->Queue->Messages, [&](const TMessage& message) {
+    return message.Window == window && message.Msg == id && message.WParam == wParam;
+  });
+  found->Queue->Update();
 }
 
 bool GetMessage(TMessage& message) {

@@ -63,6 +63,8 @@ bool PostMessage(TWindowHandle window, uint32_t id, uintptr_t wParam, intptr_t l
 /// Adds a message to the queue of a thread; false when it has no queue: it has never had a window
 /// nor asked for messages. The main thread always has one.
 bool PostThreadMessage(uint32_t thread, uint32_t id, uintptr_t wParam, intptr_t lParam);
+/// Takes back what waits unread of a window's messages with this number and WParam.
+void RecallMessages(TWindowHandle window, uint32_t id, uintptr_t wParam);
 
 /// Waits for the next message of the calling thread and takes it out. False for WM_QUIT.
 bool GetMessage(TMessage& message);

@@ -1,7 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
-// Threading: the objects that threads wait on.
+// Threading: the objects that threads wait on, executors, the main thread.
 
+#include <talvo/threading/executors/DirectExecutor.h>
+#include <talvo/threading/executors/ExecutionTask.h>
+#include <talvo/threading/executors/Executor.h>
+#include <talvo/threading/executors/ManagedObject.h>
+#include <talvo/threading/mainthread/MainThread.h>
+#include <talvo/threading/mainthread/MainWindow.h>
+#include <talvo/threading/mainthread/Module.h>
 #include <talvo/threading/sync/CriticalSection.h>
 #include <talvo/threading/sync/Event.h>
 #include <talvo/threading/sync/Mutex.h>
