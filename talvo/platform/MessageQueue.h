@@ -16,6 +16,7 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default)
 namespace Talvo {
 
 /// The number of a window; 0 is none, and no number is given twice.
@@ -94,3 +95,4 @@ void KillTimer(TWindowHandle window, uintptr_t id);
 int MainWakeUpDescriptor();
 
 }  // namespace Talvo
+#pragma GCC visibility pop

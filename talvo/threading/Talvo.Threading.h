@@ -6,9 +6,15 @@
 #include <talvo/threading/executors/ExecutionTask.h>
 #include <talvo/threading/executors/Executor.h>
 #include <talvo/threading/executors/ManagedObject.h>
+#include <talvo/threading/executors/ThreadExecutor.h>
+#include <talvo/threading/executors/ThreadPoolExecutor.h>
+#include <talvo/threading/mainthread/AnimationClock.h>
+#include <talvo/threading/mainthread/HiddenWindowThread.h>
 #include <talvo/threading/mainthread/MainThread.h>
 #include <talvo/threading/mainthread/MainWindow.h>
 #include <talvo/threading/mainthread/Module.h>
+#include <talvo/threading/notify/Delivery.h>
+#include <talvo/threading/notify/Subscription.h>
 #include <talvo/threading/sync/CriticalSection.h>
 #include <talvo/threading/sync/Event.h>
 #include <talvo/threading/sync/Mutex.h>

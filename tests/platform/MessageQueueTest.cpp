@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -12,12 +13,15 @@
 #include <tests/TestTypes.h>
 #include <thread>
 #include <vector>
-#include <talvo/platform/Thread.h>
 
 namespace Talvo {
 namespace {
 
 constexpr uint32_t Number = 1024;
+
+uint32_t ThreadId() {
+  return static_cast<uint32_t>(gettid());
+}
 
 /// Writes down what it is told.
 struct TNotes final : TMessageHandler {
@@ -49,7 +53,7 @@ TEST(MessageQueueTest, MessagesComeInOrderAndOnlyToLivingWindows) {
     EXPECT_TRUE(PostMessage(toLeft, Number, i, 0));
     EXPECT_TRUE(PostMessage(toRight, Number, 10 * i, 0));
   }
-  EXPECT_TRUE(PostThreadMessage(CurrentThreadId(), Number, 7, 0)) << "comes out, goes nowhere";
+  EXPECT_TRUE(PostThreadMessage(ThreadId(), Number, 7, 0)) << "comes out, goes nowhere";
   DeallocateHWnd(toRight);
   EXPECT_FALSE(PostMessage(toRight, Number, 0, 0));
   EXPECT_FALSE(PostMessage(0, Number, 0, 0));
@@ -65,7 +69,7 @@ TEST(MessageQueueTest, MessagesComeInOrderAndOnlyToLivingWindows) {
 
   TMessage message;
   EXPECT_FALSE(PeekMessage(message));
-  PostThreadMessage(CurrentThreadId(), WM_QUIT, 0, 0);
+  PostThreadMessage(ThreadId(), WM_QUIT, 0, 0);
   EXPECT_FALSE(GetMessage(message));
   DeallocateHWnd(toLeft);
   const TWindowHandle again = AllocateHWnd(left);
@@ -156,7 +160,7 @@ TEST(MessageQueueTest, WindowsEndWhileAndAfterTheirThreadIsInTheHandler) {
     hasLeft = true;
   };
   std::thread owner([&] {
-    thread = CurrentThreadId();
+    thread = ThreadId();
     first.set_value(AllocateHWnd(notes));
     second.set_value(AllocateHWnd(notes));
     TMessage message;

@@ -8,6 +8,7 @@
 #include <talvo/threading/mainthread/MainWindow.h>
 #include <talvo/threading/mainthread/Module.h>
 #include <talvo/threading/sync/CriticalSection.h>
+#include <talvo/threading/threads/SwallowedExceptions.h>
 
 namespace Talvo {
 namespace {
@@ -126,6 +127,7 @@ void TMainThreadExecute::RunAll(TOwnerKey object) {
       notify.OnExecute.Invoke();
     } catch (...) {
       // Whoever queued it has gone on long since, and the next one has done nothing wrong.
+      ReportSwallowedException();
     }
     notify = {};
   }

@@ -3,8 +3,7 @@
 
 #include <mutex>
 #include <talvo/runtime/Checked.h>
-// T #include <talvo/threading/lock/Lock.h>
-// T #include <talvo/threading/mainthread/AnimationClock.h>
+#include <talvo/threading/mainthread/AnimationClock.h>
 #include <talvo/threading/mainthread/MainThread.h>
 #include <talvo/threading/sync/CriticalSection.h>
 #include <talvo/threading/sync/Event.h>
@@ -42,13 +41,13 @@ void ThreadingModule::Start() {
   // Never freed: threads may queue work until the process is gone.
   if (!GKept) GKept = TMainThreadExecute::Make().Detach();
   __atomic_store_n(&GMainThreadExecute, GKept, __ATOMIC_RELEASE);
-  // T   TAnimationClock::Init();
+  TAnimationClock::Init();
 }
 
 void ThreadingModule::End() {
   const std::lock_guard guard(GGuard);
   if (GStarts == 0 || --GStarts > 0) return;
-  // T   TAnimationClock::Close();
+  TAnimationClock::Close();
   __atomic_store_n(&GMainThreadExecute, nullptr, __ATOMIC_RELEASE);
 }
 
