@@ -9,3 +9,4 @@
 #include <talvo/containers/Talvo.Containers.Utils.h>
 #include <talvo/containers/Talvo.Elements.h>
 #include <talvo/serialization/Talvo.Json.h>
+#include <talvo/threading/Talvo.Threading.h>

@@ -9,10 +9,12 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-namespace Talvo {
+namespace Talvo::Platform {
+
+constinit thread_local uint32_t GCurrentThreadId = 0;
+
 namespace {
 
-thread_local uint32_t GCurrentThreadId = 0;
 uint32_t GMainThreadId = 0;  // atomic
 
 // A forked child goes on with a copy of the thread that forked, under an identifier of its own.
@@ -32,12 +34,12 @@ std::string_view SystemName(std::string_view utf8) noexcept {
 
 }  // namespace
 
-uint32_t CurrentThreadId() noexcept {
-  if (GCurrentThreadId == 0) GCurrentThreadId = static_cast<uint32_t>(gettid());
+uint32_t AskCurrentThreadId() noexcept {
+  GCurrentThreadId = static_cast<uint32_t>(gettid());
   return GCurrentThreadId;
 }
 
-uint32_t MainThreadId() noexcept {
+uint32_t AskMainThreadId() noexcept {
   // The first thread has the number of the process.
   uint32_t id = __atomic_load_n(&GMainThreadId, __ATOMIC_RELAXED);
   if (id == 0) {
@@ -46,8 +48,6 @@ uint32_t MainThreadId() noexcept {
   }
   return id;
 }
-
-namespace Platform {
 
 int StartThread(TThreadHandle& handle, void* (*entry)(void*), void* argument) noexcept {
   static_assert(sizeof(pthread_t) == sizeof(TThreadHandle));
@@ -85,6 +85,4 @@ bool SetThreadNice(uint32_t threadId, int nice) noexcept {
   return setpriority(PRIO_PROCESS, threadId, nice) == 0;
 }
 
-}  // namespace Platform
-
-}  // namespace Talvo
+}  // namespace Talvo::Platform

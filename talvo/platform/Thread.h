@@ -7,11 +7,24 @@
 
 namespace Talvo {
 
+namespace Platform {
+// Read in every lock: the model spares the call that finds a thread's data in a shared object.
+extern constinit thread_local uint32_t GCurrentThreadId
+    __attribute__((visibility("hidden"), tls_model("initial-exec")));
+uint32_t AskCurrentThreadId() noexcept;
+uint32_t AskMainThreadId() noexcept;
+}  // namespace Platform
+
 /// The system's identifier of the calling thread, never 0. Asks the system once per thread.
-uint32_t CurrentThreadId() noexcept;
+inline uint32_t CurrentThreadId() noexcept {
+  const uint32_t id = Platform::GCurrentThreadId;
+  return id != 0 ? id : Platform::AskCurrentThreadId();
+}
 
 /// The identifier of the process's first thread, whoever loaded the library.
-uint32_t MainThreadId() noexcept;
+inline uint32_t MainThreadId() noexcept {
+  return Platform::AskMainThreadId();
+}
 
 namespace Platform {
 
