@@ -39,16 +39,6 @@ uint32_t AskCurrentThreadId() noexcept {
   return GCurrentThreadId;
 }
 
-uint32_t AskMainThreadId() noexcept {
-  // The first thread has the number of the process.
-  uint32_t id = __atomic_load_n(&GMainThreadId, __ATOMIC_RELAXED);
-  if (id == 0) {
-    id = static_cast<uint32_t>(getpid());
-    __atomic_store_n(&GMainThreadId, id, __ATOMIC_RELAXED);
-  }
-  return id;
-}
-
 int StartThread(TThreadHandle& handle, void* (*entry)(void*), void* argument) noexcept {
   static_assert(sizeof(pthread_t) == sizeof(TThreadHandle));
   pthread_t thread;
@@ -86,3 +76,17 @@ bool SetThreadNice(uint32_t threadId, int nice) noexcept {
 }
 
 }  // namespace Talvo::Platform
+
+namespace Talvo {
+
+uint32_t MainThreadId() noexcept {
+  // The first thread has the number of the process.
+  uint32_t id = __atomic_load_n(&Platform::GMainThreadId, __ATOMIC_RELAXED);
+  if (id == 0) {
+    id = static_cast<uint32_t>(getpid());
+    __atomic_store_n(&Platform::GMainThreadId, id, __ATOMIC_RELAXED);
+  }
+  return id;
+}
+
+}  // namespace Talvo

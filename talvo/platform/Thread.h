@@ -12,7 +12,6 @@ namespace Platform {
 extern constinit thread_local uint32_t GCurrentThreadId
     __attribute__((visibility("hidden"), tls_model("initial-exec")));
 uint32_t AskCurrentThreadId() noexcept;
-uint32_t AskMainThreadId() noexcept;
 }  // namespace Platform
 
 /// The system's identifier of the calling thread, never 0. Asks the system once per thread.
@@ -22,9 +21,7 @@ inline uint32_t CurrentThreadId() noexcept {
 }
 
 /// The identifier of the process's first thread, whoever loaded the library.
-inline uint32_t MainThreadId() noexcept {
-  return Platform::AskMainThreadId();
-}
+uint32_t MainThreadId() noexcept;
 
 namespace Platform {
 

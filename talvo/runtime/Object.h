@@ -68,6 +68,8 @@ class TALVO_API TBasicObject : public TObject {
 /// An object that lives as long as references to it do. Counting is safe on any thread.
 class TALVO_API TInterfacedObject : public TObject, public virtual IInterface {
  public:
+  static constexpr bool CountsReferences = true;
+
   ~TInterfacedObject() override {
     // The object ends without a last release, or was weakly referred to while it ended.
     if (FRefs & WeakFlag) [[unlikely]]
@@ -208,8 +210,14 @@ T* NewInstance(A&&... arguments) {
   return object;
 }
 
+/// Classes that count for themselves say so as TInterfacedObject does.
 template <class T>
-using THandleOf = std::conditional_t<std::is_base_of_v<TInterfacedObject, T>, TRef<T>, TOwn<T>>;
+concept Counted = requires {
+  requires T::CountsReferences;
+};
+
+template <class T>
+using THandleOf = std::conditional_t<Counted<T>, TRef<T>, TOwn<T>>;
 
 }  // namespace Detail
 
@@ -219,7 +227,7 @@ template <class T, class... A>
 Detail::THandleOf<T> Create(A&&... arguments) {
   static_assert(std::is_base_of_v<TObject, T>, "Create makes descendants of TObject.");
   T* object = Detail::NewInstance<T>(static_cast<A&&>(arguments)...);
-  if constexpr (std::is_base_of_v<TInterfacedObject, T>) {
+  if constexpr (Detail::Counted<T>) {
     return TRef<T>::Adopt(object);
   } else {
     return TOwn<T>(object);
