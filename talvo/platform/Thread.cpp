@@ -21,4 +21,15 @@ uint32_t AskCurrentThreadId() noexcept {
   return GCurrentThreadId;
 }
 
+TThreadEndNotice::TThreadEndNotice(void (*atEnd)(void* value)) noexcept {
+  static_assert(sizeof(pthread_key_t) == sizeof(FKey));
+  if (pthread_key_create(&FKey, atEnd) != 0) FKey = UINT32_MAX;
+}
+TThreadEndNotice::~TThreadEndNotice() {
+  pthread_key_delete(FKey);
+}
+void TThreadEndNotice::Set(void* value) noexcept {
+  pthread_setspecific(FKey, value);
+}
+
 }  // namespace Talvo::Platform

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
-// Threading: the objects that threads wait on.
+// Threading: locks with a stop mode, and the objects of the operating system that threads wait on.
 
+#include <talvo/threading/lock/BasicLock.h>
+#include <talvo/threading/lock/Lock.h>
+#include <talvo/threading/lock/LockSections.h>
 #include <talvo/threading/sync/CriticalSection.h>
 #include <talvo/threading/sync/Event.h>
 #include <talvo/threading/sync/Mutex.h>
