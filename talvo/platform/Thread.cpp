@@ -75,6 +75,17 @@ bool SetThreadNice(uint32_t threadId, int nice) noexcept {
   return setpriority(PRIO_PROCESS, threadId, nice) == 0;
 }
 
+TThreadEndNotice::TThreadEndNotice(void (*atEnd)(void* value)) noexcept {
+  static_assert(sizeof(pthread_key_t) == sizeof(FKey));
+  if (pthread_key_create(&FKey, atEnd) != 0) FKey = UINT32_MAX;
+}
+TThreadEndNotice::~TThreadEndNotice() {
+  pthread_key_delete(FKey);
+}
+void TThreadEndNotice::Set(void* value) noexcept {
+  pthread_setspecific(FKey, value);
+}
+
 }  // namespace Talvo::Platform
 
 namespace Talvo {

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
-// Threading: the objects that threads wait on, and threads.
+// Threading: locks with a stop mode, threads, and the objects of the operating system that threads
+// wait on.
 
+#include <talvo/threading/lock/BasicLock.h>
+#include <talvo/threading/lock/Lock.h>
+#include <talvo/threading/lock/LockSections.h>
 #include <talvo/threading/sync/CriticalSection.h>
 #include <talvo/threading/sync/Event.h>
 #include <talvo/threading/sync/Mutex.h>
