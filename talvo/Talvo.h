@@ -10,3 +10,4 @@
 #include <talvo/containers/Talvo.Elements.h>
 #include <talvo/serialization/Talvo.Json.h>
 #include <talvo/threading/Talvo.Threading.h>
+#include <talvo/threading/Talvo.Threading.Utils.h>

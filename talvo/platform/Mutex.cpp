@@ -6,6 +6,7 @@
 #include <new>
 #include <pthread.h>
 #include <string>
+#include <talvo/platform/Thread.h>
 
 namespace Talvo::Platform {
 namespace {
@@ -18,6 +19,8 @@ constexpr uint32_t LookAgainMs = 50;
 /// whoever lets go counts Releases up; a death tells nobody and is found by looking again.
 struct TBlock {
   pthread_mutex_t Mutex;
+  uint32_t Holder;    // atomic: the thread; a dead one's number stays
+  uint32_t Depth;     // the holder's
   uint32_t Releases;  // atomic
   uint32_t Waiters;   // atomic
 
@@ -31,15 +34,30 @@ struct TBlock {
     pthread_mutexattr_destroy(&attributes);
   }
 
+  bool IsHeldByCaller() const noexcept {
+    return __atomic_load_n(&Holder, __ATOMIC_RELAXED) == CurrentThreadId();
+  }
+
   /// False when another thread holds it.
   bool TryTake() noexcept {
     const int result = pthread_mutex_trylock(&Mutex);
+    if (result == EBUSY) return false;
     if (result == EOWNERDEAD) pthread_mutex_consistent(&Mutex);
-    return result != EBUSY;
+    if (result == 0 && IsHeldByCaller()) {
+      ++Depth;
+    } else if (result == 0 || result == EOWNERDEAD) {
+      __atomic_store_n(&Holder, CurrentThreadId(), __ATOMIC_RELAXED);
+      Depth = 1;
+    }
+    return true;
   }
 
   bool Release(TFutexScope scope) noexcept {
+    if (!IsHeldByCaller()) return false;
+    const bool isLast = --Depth == 0;
+    if (isLast) __atomic_store_n(&Holder, 0, __ATOMIC_RELAXED);
     if (pthread_mutex_unlock(&Mutex) != 0) return false;
+    if (!isLast) return true;
     __atomic_add_fetch(&Releases, 1, __ATOMIC_SEQ_CST);
     if (__atomic_load_n(&Waiters, __ATOMIC_SEQ_CST) != 0) FutexWake(&Releases, 1, scope);
     return true;

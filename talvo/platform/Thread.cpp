@@ -9,9 +9,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-namespace Talvo {
+namespace Talvo::Platform {
 
-constinit thread_local uint32_t Platform::GCurrentThreadId = 0;
+constinit thread_local uint32_t GCurrentThreadId = 0;
 
 namespace {
 
@@ -19,7 +19,7 @@ uint32_t GMainThreadId = 0;  // atomic
 
 // A forked child goes on with a copy of the thread that forked, under an identifier of its own.
 [[maybe_unused]] const int GForkHandler = pthread_atfork(nullptr, nullptr, [] {
-  Platform::GCurrentThreadId = 0;
+  GCurrentThreadId = 0;
   GMainThreadId = 0;
 });
 
@@ -34,22 +34,10 @@ std::string_view SystemName(std::string_view utf8) noexcept {
 
 }  // namespace
 
-uint32_t Platform::AskCurrentThreadId() noexcept {
+uint32_t AskCurrentThreadId() noexcept {
   GCurrentThreadId = static_cast<uint32_t>(gettid());
   return GCurrentThreadId;
 }
-
-uint32_t MainThreadId() noexcept {
-  // The first thread has the number of the process.
-  uint32_t id = __atomic_load_n(&GMainThreadId, __ATOMIC_RELAXED);
-  if (id == 0) {
-    id = static_cast<uint32_t>(getpid());
-    __atomic_store_n(&GMainThreadId, id, __ATOMIC_RELAXED);
-  }
-  return id;
-}
-
-namespace Platform {
 
 int StartThread(TThreadHandle& handle, void* (*entry)(void*), void* argument) noexcept {
   static_assert(sizeof(pthread_t) == sizeof(TThreadHandle));
@@ -87,5 +75,29 @@ bool SetThreadNice(uint32_t threadId, int nice) noexcept {
   return setpriority(PRIO_PROCESS, threadId, nice) == 0;
 }
 
-}  // namespace Platform
+TThreadEndNotice::TThreadEndNotice(void (*atEnd)(void* value)) noexcept {
+  static_assert(sizeof(pthread_key_t) == sizeof(FKey));
+  if (pthread_key_create(&FKey, atEnd) != 0) FKey = UINT32_MAX;
+}
+TThreadEndNotice::~TThreadEndNotice() {
+  pthread_key_delete(FKey);
+}
+void TThreadEndNotice::Set(void* value) noexcept {
+  pthread_setspecific(FKey, value);
+}
+
+}  // namespace Talvo::Platform
+
+namespace Talvo {
+
+uint32_t MainThreadId() noexcept {
+  // The first thread has the number of the process.
+  uint32_t id = __atomic_load_n(&Platform::GMainThreadId, __ATOMIC_RELAXED);
+  if (id == 0) {
+    id = static_cast<uint32_t>(getpid());
+    __atomic_store_n(&Platform::GMainThreadId, id, __ATOMIC_RELAXED);
+  }
+  return id;
+}
+
 }  // namespace Talvo

@@ -12,6 +12,22 @@ namespace Platform {
 extern constinit thread_local uint32_t GCurrentThreadId
     __attribute__((visibility("hidden"), tls_model("initial-exec")));
 uint32_t AskCurrentThreadId() noexcept;
+
+/// Tells of the end of threads: `atEnd` gets what a thread has set, on that thread, behind the ends
+/// of its thread_local objects. Not told of threads that end after this object.
+class TThreadEndNotice {
+ public:
+  explicit TThreadEndNotice(void (*atEnd)(void* value)) noexcept;
+  ~TThreadEndNotice();
+  TThreadEndNotice(const TThreadEndNotice&) = delete;
+  TThreadEndNotice& operator=(const TThreadEndNotice&) = delete;
+  /// Asks for a notice to the calling thread; `value` must not be null.
+  void Set(void* value) noexcept;
+
+ private:
+  uint32_t FKey;
+};
+
 }  // namespace Platform
 
 /// The system's identifier of the calling thread, never 0. Asks the system once per thread.

@@ -3,6 +3,7 @@
 
 #include <mutex>
 #include <talvo/runtime/Checked.h>
+#include <talvo/threading/lock/Lock.h>
 #include <talvo/threading/mainthread/AnimationClock.h>
 #include <talvo/threading/mainthread/MainThread.h>
 #include <talvo/threading/sync/CriticalSection.h>
@@ -22,7 +23,7 @@ void CallHook() {
   if (!GHook) return;
   GHook->StartClassManagement();
   const TTypeHandle classes[] = {TypeHandleOf<TCriticalSection*>(), TypeHandleOf<TEvent*>(),
-                                 TypeHandleOf<TMutex*>()};
+                                 TypeHandleOf<TMutex*>(), TypeHandleOf<TLock*>()};
   GHook->RegisterClasses(classes, std::size(classes));
 }
 

@@ -133,13 +133,13 @@ TEST(ThreadingModuleTest, TheHookIsToldOnceOfEachStart) {
                                            }
                                          }};
   ThreadingModule::SetHook(hook);
-  EXPECT_TRUE(GStarted == 1 && GRegistered == 3);
+  EXPECT_TRUE(GStarted == 1 && GRegistered == 4);
   ThreadingModule::Start();
   ThreadingModule::End();
   EXPECT_EQ(GStarted, 1);
   ThreadingModule::End();
   ThreadingModule::Start();
-  EXPECT_TRUE(GStarted == 2 && GRegistered == 6);
+  EXPECT_TRUE(GStarted == 2 && GRegistered == 8);
   static const TThreadingModuleHook none;
   ThreadingModule::SetHook(none);
 }
