@@ -88,7 +88,7 @@ TEST(DeliveryTest, TakesNotificationsToAnExecutor) {
   TMultiProc<string> found;
   string name;
   const TRef<IEvent> done = TEvent::Make();
-  found.Add(OnExecutor<string>(pool, [&](const string& it) {
+  found.Add(OnExecutor<string>(pool, [&name, done](const string& it) {
     name = it;
     done->Signal();
   }));
