@@ -12,6 +12,9 @@
 namespace Talvo {
 namespace {
 
+// The standard library's mutexes leave out atomic steps until a process has its first thread.
+[[maybe_unused]] const bool GHasThreads = (std::thread([] {}).join(), true);
+
 struct TTalvo {
   TRef<IBasicLock> Lock = TLock::Make();
   struct THold {

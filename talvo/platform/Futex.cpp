@@ -61,9 +61,9 @@ void FutexWake(const uint32_t* word, int32_t count, TFutexScope scope) noexcept 
   syscall(SYS_futex, word, Operation(FUTEX_WAKE, scope), count, nullptr, nullptr, 0);
 }
 
-uint32_t SpinLimit() noexcept {
-  static const uint32_t limit = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? 100 : 0;
-  return limit;
+uint32_t SpinLooks() noexcept {
+  static const uint32_t looks = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? 10 : 0;
+  return looks;
 }
 
 void YieldThread() noexcept {

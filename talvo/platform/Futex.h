@@ -47,8 +47,15 @@ inline void SpinPause() noexcept {
 #endif
 }
 
-/// How often it pays to look again before sleeping: 0 on a single processor.
-uint32_t SpinLimit() noexcept;
+/// How often it pays to look again, with a SpinRest between, before sleeping on a lock: 0 on a
+/// single processor.
+uint32_t SpinLooks() noexcept;
+
+/// Leaves the cache line of a lock to its holder for a while: who looks without a break slows the
+/// holder down, and gets the lock no sooner.
+inline void SpinRest() noexcept {
+  for (int turn = 0; turn < 40; ++turn) SpinPause();
+}
 
 /// Lets other threads run.
 void YieldThread() noexcept;

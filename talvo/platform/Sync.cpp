@@ -28,8 +28,8 @@ bool TryTakeFree(uint32_t* state) noexcept {
 }
 
 [[gnu::noinline]] void TakeSlowly(uint32_t* state) noexcept {
-  for (uint32_t turn = SpinLimit(); turn > 0; --turn) {
-    SpinPause();
+  for (uint32_t looks = SpinLooks(); looks > 0; --looks) {
+    SpinRest();
     if (__atomic_load_n(state, __ATOMIC_RELAXED) == Free && TryTakeFree(state)) return;
   }
   static const TDeadline never(NoTimeLimit);

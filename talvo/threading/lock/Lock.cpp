@@ -175,7 +175,7 @@ bool TLock::TryDeepen(TLockThread& self, uint32_t keepers, bool heedsStop) {
 /// Makes the caller the owner if there is none, or a dead one; who is the owner goes deeper.
 bool TLock::TryTake(TLockThread& self, uintptr_t flags, uint32_t keepers) {
   for (;;) {
-    const uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_RELAXED);
+    const uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_ACQUIRE);
     const TLockThread* owner = OwnerOf(seen);
     if (owner == &self) return TryDeepen(self, keepers, /*heedsStop*/ false);
     if (owner && !owner->IsDead()) return false;
@@ -192,11 +192,11 @@ bool TLock::TryTake(TLockThread& self, uintptr_t flags, uint32_t keepers) {
 /// Waits for the lock and counts a level. With `heedsStop` a stop ends the wait.
 bool TLock::Acquire(TLockThread& self, uint32_t timeoutMs, bool heedsStop, uint32_t keepers) {
   const auto isRefused = [&] { return heedsStop && IsStopping(); };
-  for (uint32_t looks = timeoutMs == 0 ? 0 : Platform::SpinLimit();; --looks) {
+  for (uint32_t looks = timeoutMs == 0 ? 0 : Platform::SpinLooks();; --looks) {
     if (isRefused()) return false;
     if (TryTake(self, 0, keepers)) return true;
     if (looks == 0) break;
-    Platform::SpinPause();
+    Platform::SpinRest();
   }
   if (timeoutMs == 0) return false;
 
@@ -388,6 +388,8 @@ void TLock::IntBeginWrite(int32_t countLocks, int32_t countOtherLocks) {
   const TIntGuard guard(*this);
   FCountLocks = CheckedAdd(FCountLocks, CheckedSub(countLocks, 1));
   FCountStopLocks = CheckedAdd(FCountStopLocks, countOtherLocks);
+  // Who had no level does not keep the lock for the sections of others.
+  if (countLocks == 0 && FCountLocks == 0 && IsOwner(self)) SetFree();
 }
 
 // ---- Sections ---------------------------------------------------------------------------------

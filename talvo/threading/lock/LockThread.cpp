@@ -46,7 +46,7 @@ void TLockThread::AtEnd(void* thread) {
 
 void TLockThread::WaitWhileBusy(const TLock* lock) const noexcept {
   for (uint32_t turn = 0; __atomic_load_n(&FBusy, __ATOMIC_ACQUIRE) == lock; ++turn) {
-    if (turn < Platform::SpinLimit()) {
+    if (turn < 100) {
       Platform::SpinPause();
     } else {
       Platform::YieldThread();
