@@ -7,4 +7,7 @@
 #include <talvo/containers/Talvo.Containers.List.h>
 #include <talvo/containers/Talvo.Containers.Sets.h>
 #include <talvo/containers/Talvo.Containers.Utils.h>
+#include <talvo/containers/Talvo.Elements.h>
 #include <talvo/serialization/Talvo.Json.h>
+#include <talvo/threading/Talvo.Threading.h>
+#include <talvo/threading/Talvo.Threading.Utils.h>

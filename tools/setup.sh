@@ -15,7 +15,7 @@ fi
 readonly build_packages=(cmake ninja-build g++ gdb pkg-config python3 libgtest-dev libgmock-dev)
 readonly clang_packages=(clang libclang-rt-dev llvm)
 readonly peer_packages=(libbenchmark-dev libabsl-dev qt6-base-dev libboost-dev nlohmann-json3-dev
-  rapidjson-dev libjsoncpp-dev libpoco-dev libsimdjson-dev libsigc++-2.0-dev)
+  rapidjson-dev libjsoncpp-dev libpoco-dev libsimdjson-dev libsigc++-2.0-dev libtbb-dev)
 
 is_installed() {
   [[ "$(dpkg-query -W -f='${db:Status-Status}\n' "$1" 2>/dev/null)" == installed* ]]

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/runtime/Exceptions.h>
 
-#include <cstdlib>
-#include <cxxabi.h>
-#include <typeinfo>
+#include <talvo/runtime/ClassName.h>
 
 namespace Talvo {
 
@@ -40,29 +38,8 @@ const char* Exception::what() const noexcept {
   return FText->Utf8.c_str();
 }
 
-namespace {
-
-// The part behind the last "::" that stands outside template arguments and parameter lists.
-std::string_view WithoutScope(std::string_view name) {
-  int depth = 0;
-  for (size_t i = name.size(); i > 0; --i) {
-    const char c = name[i - 1];
-    if (c == '>' || c == ')') ++depth;
-    if (c == '<' || c == '(') --depth;
-    if (c == ':' && depth == 0) return name.substr(i);
-  }
-  return name;
-}
-
-}  // namespace
-
 string Exception::ClassName() const {
-  const char* mangled = typeid(*this).name();
-  int status = 0;
-  char* readable = abi::__cxa_demangle(mangled, nullptr, nullptr, &status);
-  string result = FromUtf8(WithoutScope(readable ? readable : mangled), TSurrogates::Replace);
-  std::free(readable);
-  return result;
+  return ClassNameOf(typeid(*this));
 }
 
 ERangeError::~ERangeError() = default;
@@ -76,6 +53,7 @@ EInvalidCast::~EInvalidCast() = default;
 EDuplicateKey::~EDuplicateKey() = default;
 EKeyNotFound::~EKeyNotFound() = default;
 EInOutError::~EInOutError() = default;
+EThread::~EThread() = default;
 
 EEncodingError::EEncodingError(u16string_view message, size_t offset)
     : EConvertError(message), FOffset(offset) {}

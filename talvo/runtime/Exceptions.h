@@ -58,6 +58,8 @@ TALVO_EXCEPTION(EDuplicateKey, Exception);
 TALVO_EXCEPTION(EKeyNotFound, Exception);
 /// A file, stream or device failed.
 TALVO_EXCEPTION(EInOutError, Exception);
+/// A thread could not be started.
+TALVO_EXCEPTION(EThread, Exception);
 
 /// Bytes that are not well-formed UTF-8, or UTF-16 that UTF-8 cannot say.
 class TALVO_API EEncodingError : public EConvertError {

@@ -114,7 +114,17 @@ void* TInterfacedObject::GetInterface(const TGuid& id) {
 void TInterfacedObject::End() noexcept {
   const uint32_t refs = __atomic_add_fetch(&FRefs, EndingBias, __ATOMIC_ACQ_REL);
   if (refs & WeakFlag) Detail::ForgetWeakTarget(this);
+  if ((refs & DeferFlag) && DefersEnd()) return;
   Free(this);
+}
+
+void TInterfacedObject::EndSole() noexcept {
+  __atomic_store_n(&FRefs, EndingBias, __ATOMIC_RELAXED);
+  Free(this);
+}
+
+bool TInterfacedObject::DefersEnd() noexcept {
+  return false;
 }
 
 void Free(TObject* object) noexcept {

@@ -68,6 +68,8 @@ class TALVO_API TBasicObject : public TObject {
 /// An object that lives as long as references to it do. Counting is safe on any thread.
 class TALVO_API TInterfacedObject : public TObject, public virtual IInterface {
  public:
+  static constexpr bool CountsReferences = true;
+
   ~TInterfacedObject() override {
     // The object ends without a last release, or was weakly referred to while it ended.
     if (FRefs & WeakFlag) [[unlikely]]
@@ -79,6 +81,12 @@ class TALVO_API TInterfacedObject : public TObject, public virtual IInterface {
     return static_cast<int32_t>((__atomic_fetch_add(&FRefs, 1, __ATOMIC_RELAXED) + 1) & CountMask);
   }
   int32_t Release() final {
+    // The one reference there is: nobody else can make another or drop this one meanwhile, a weak
+    // reference would show in its flag, so the count needs no atomic step.
+    if (__atomic_load_n(&FRefs, __ATOMIC_ACQUIRE) == 1) {
+      EndSole();
+      return 0;
+    }
     const uint32_t before = __atomic_fetch_sub(&FRefs, 1, __ATOMIC_ACQ_REL);
     if ((before & CountMask) == 1) [[unlikely]] {
       End();
@@ -96,15 +104,23 @@ class TALVO_API TInterfacedObject : public TObject, public virtual IInterface {
  protected:
   TInterfacedObject() noexcept = default;
 
+  /// Makes the last release ask DefersEnd; for constructors.
+  void MayDeferEnd() noexcept { FRefs |= DeferFlag; }
+  /// Asked when the last reference has gone. True keeps the object, without references, for
+  /// something that does not count: when that is over, it calls Free.
+  virtual bool DefersEnd() noexcept;
+
  private:
   friend struct Detail::TWeakAccess;
   // Set when a weak reference to this object was made.
   static constexpr uint32_t WeakFlag = 0x8000'0000;
   // Added when it ends: references taken and dropped from there on do no harm.
   static constexpr uint32_t EndingBias = 0x4000'0000;
-  static constexpr uint32_t CountMask = ~WeakFlag;
+  static constexpr uint32_t DeferFlag = 0x2000'0000;
+  static constexpr uint32_t CountMask = ~(WeakFlag | DeferFlag);
 
   void End() noexcept;
+  void EndSole() noexcept;
 
   // The object is born with the one reference that its maker adopts.
   uint32_t FRefs = 1;
@@ -209,8 +225,14 @@ T* NewInstance(A&&... arguments) {
   return object;
 }
 
+/// Classes that count for themselves say so as TInterfacedObject does.
 template <class T>
-using THandleOf = std::conditional_t<std::is_base_of_v<TInterfacedObject, T>, TRef<T>, TOwn<T>>;
+concept Counted = requires {
+  requires T::CountsReferences;
+};
+
+template <class T>
+using THandleOf = std::conditional_t<Counted<T>, TRef<T>, TOwn<T>>;
 
 }  // namespace Detail
 
@@ -220,7 +242,7 @@ template <class T, class... A>
 Detail::THandleOf<T> Create(A&&... arguments) {
   static_assert(std::is_base_of_v<TObject, T>, "Create makes descendants of TObject.");
   T* object = Detail::NewInstance<T>(static_cast<A&&>(arguments)...);
-  if constexpr (std::is_base_of_v<TInterfacedObject, T>) {
+  if constexpr (Detail::Counted<T>) {
     return TRef<T>::Adopt(object);
   } else {
     return TOwn<T>(object);

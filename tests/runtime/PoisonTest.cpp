@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <talvo/containers/Talvo.Containers.List.h>
+#include <talvo/threading/threads/RepeatThread.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -88,6 +89,15 @@ TYPED_TEST(PoisonTest, WholeInstanceIsFilledBeforeItIsFreed) {
   object = {};
   EXPECT_EQ(nullptr, GExpected.Memory) << "freed by another way";
   EXPECT_EQ(sizeof(TypeParam), GExpected.Size);
+  EXPECT_TRUE(GExpected.IsPoisoned);
+}
+
+TEST(PoisonTest, ThreadsAreFilledToo) {
+  auto thread = TRepeatThread::CreateObject(u"", [](const auto& self) { self->Terminate(); });
+  thread->WaitFor();
+  GExpected = {dynamic_cast<void*>(thread.Get()), 0, false};
+  thread = nullptr;
+  EXPECT_EQ(sizeof(TRepeatThread), GExpected.Size);
   EXPECT_TRUE(GExpected.IsPoisoned);
 }
 

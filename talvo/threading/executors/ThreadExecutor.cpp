@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <talvo/threading/executors/ThreadExecutor.h>
+
+namespace Talvo {
+
+TRef<IExecution> TThreadExecutor::Execute(TProc<> executeLambda) {
+  Assert(static_cast<bool>(executeLambda));
+  return Create<TExecution>(FOwner, __atomic_load_n(&FPriority, __ATOMIC_RELAXED),
+                            std::move(executeLambda), nullptr);
+}
+
+TRef<IExecution> TThreadExecutor::Execute(TConstProc<TRef<IExecution>> executeLambda) {
+  Assert(static_cast<bool>(executeLambda));
+  return Create<TExecution>(FOwner, __atomic_load_n(&FPriority, __ATOMIC_RELAXED), nullptr,
+                            std::move(executeLambda));
+}
+
+void TThreadExecutor::SetPriority(TThreadPriority value) {
+  if (value > tpTimeCritical) RaiseRangeError();
+  __atomic_store_n(&FPriority, value, __ATOMIC_RELAXED);
+}
+
+TThreadExecutor::TExecution::TExecution(TComponent* owner, TThreadPriority priority, TProc<> lambda,
+                                        TConstProc<TRef<IExecution>> lambdaSelf)
+    : FThread(TProcessingThread::MakeComponent(owner, u"ThreadExecutor")),
+      FLambda(std::move(lambda)),
+      FLambdaSelf(std::move(lambdaSelf)) {
+  FThread->SetPriority(priority);
+}
+
+void TThreadExecutor::TExecution::Construct() {
+  TImplements::Construct();
+  FThread->Process([self = TRef(*this), lambda = std::move(FLambda),
+                    lambdaSelf = std::move(FLambdaSelf)]() mutable {
+    self->Run(std::move(lambda), std::move(lambdaSelf));
+  });
+}
+
+void TThreadExecutor::TExecution::Run(TProc<> lambda, TConstProc<TRef<IExecution>> lambdaSelf) {
+  // Code that raises has ended too; the thread swallows what it raised.
+  struct TCompleted {
+    Platform::TEvent& Event;
+    ~TCompleted() { Event.Signal(); }
+  } completed{FCompletedEvent};
+  if (lambda) {
+    lambda.Invoke();
+    lambda = nullptr;
+  } else {
+    lambdaSelf.Invoke(TRef<IExecution>(*this));
+    lambdaSelf = nullptr;
+  }
+}
+
+bool TThreadExecutor::TExecution::WaitFor(uint32_t timeoutMs) {
+  return FCompletedEvent.Wait(timeoutMs);
+}
+
+void TThreadExecutor::TExecution::Terminate() {
+  FThread->Terminate();
+  if (FThread->IsInThread()) return;
+  // Code that had not begun never will. It would hold this object, and so the thread.
+  FThread->Clear();
+  FCompletedEvent.Signal();
+}
+
+bool TThreadExecutor::TExecution::IsTerminated() {
+  return FThread->IsTerminated();
+}
+
+}  // namespace Talvo

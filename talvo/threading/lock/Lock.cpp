@@ -1,0 +1,457 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <talvo/threading/lock/Lock.h>
+
+#include <climits>
+#include <new>
+#include <talvo/platform/Barrier.h>
+#include <talvo/platform/Thread.h>
+#include <talvo/runtime/Checked.h>
+#include <talvo/runtime/Exceptions.h>
+#include <talvo/threading/lock/LockSections.h>
+#include <talvo/threading/lock/LockThread.h>
+
+namespace Talvo {
+
+using Detail::TLockThread;
+
+namespace {
+
+// How long the death of an owner may go unnoticed.
+constexpr uint32_t LookAgainMs = 20;
+
+TLockThread* OwnerOf(uintptr_t state) noexcept {
+  return reinterpret_cast<TLockThread*>(state & ~uintptr_t{3});
+}
+
+/// The half of the word that sleepers watch.
+const uint32_t* WatchedHalf(const uintptr_t& state) noexcept {
+  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+  return reinterpret_cast<const uint32_t*>(&state);
+}
+
+void Wake(const uintptr_t& state, int32_t count) noexcept {
+  Platform::FutexWake(WatchedHalf(state), count);
+}
+
+/// What begins at 1 ms and ends at 20 ms: a request that waits looks for stops so often.
+constexpr uint32_t LongestSliceMs = 20;
+
+}  // namespace
+
+/// The time in which a thread uses the counters as the owner. Whoever freezes the lock waits for
+/// its end; inside, a look at the state tells whether the lock is frozen already.
+class TLock::TWindow {
+ public:
+  TWindow(TLockThread& self, const TLock* lock) noexcept : FSelf(self) {
+    FSelf.SetBusy(lock);
+    Platform::LightBarrier();
+  }
+  ~TWindow() { FSelf.SetBusy(nullptr); }
+  TWindow(const TWindow&) = delete;
+  TWindow& operator=(const TWindow&) = delete;
+
+ private:
+  TLockThread& FSelf;
+};
+
+class TLock::TIntGuard {
+ public:
+  explicit TIntGuard(TLock& lock) : FLock(lock) { FLock.IntLock(); }
+  ~TIntGuard() { FLock.IntUnlock(); }
+  TIntGuard(const TIntGuard&) = delete;
+  TIntGuard& operator=(const TIntGuard&) = delete;
+
+ private:
+  TLock& FLock;
+};
+
+TLock::TLock() noexcept : TImplements(Do_Not_Use_This) {
+  MayDeferEnd();
+}
+
+TLock::~TLock() {
+  if (TLockThread* owner = OwnerOf(FState)) owner->CountReleasedByOther();
+}
+
+bool TLock::DefersEnd() noexcept {
+  const TIntGuard guard(*this);
+  FIsDropped = FKeepers > 0;
+  return FIsDropped;
+}
+
+// ---- Freezing ---------------------------------------------------------------------------------
+
+void TLock::IntLock() {
+  FIntLockSection.Enter();
+  if (FIntDepth++ > 0) return;
+  const uintptr_t before = __atomic_fetch_or(&FState, FrozenFlag, __ATOMIC_ACQ_REL);
+  const TLockThread* owner = OwnerOf(before);
+  if (!owner || owner == &TLockThread::Current()) return;
+  Platform::HeavyBarrier();
+  owner->WaitWhileBusy(this);
+}
+
+void TLock::IntUnlock() {
+  Assert(FIntLockSection.IsHeldByCaller());
+  if (--FIntDepth == 0) __atomic_fetch_and(&FState, ~uintptr_t{FrozenFlag}, __ATOMIC_RELEASE);
+  FIntLockSection.Leave();
+}
+
+TLockCounters TLock::Counters() {
+  const TIntGuard guard(*this);
+  return {FCountLocks, FCountStopLocks, FCountStopLocksOwner,
+          __atomic_load_n(&FInStopCount, __ATOMIC_RELAXED), FOwningThread};
+}
+
+// ---- Taking the lock --------------------------------------------------------------------------
+
+bool TLock::IsOwner(const TLockThread& self) const noexcept {
+  return OwnerOf(__atomic_load_n(&FState, __ATOMIC_RELAXED)) == &self;
+}
+
+bool TLock::IsStopping() const noexcept {
+  return __atomic_load_n(&FInStopCount, __ATOMIC_ACQUIRE) > 0;
+}
+
+/// What needs no waiting and no IntLock: the owner's next level, or a lock that is free.
+inline bool TLock::TryBegin(TLockThread& self, uint32_t keepers) {
+  const uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_RELAXED);
+  if (OwnerOf(seen) == &self) {
+    const TWindow window(self, this);
+    const uintptr_t state = __atomic_load_n(&FState, __ATOMIC_ACQUIRE);
+    if ((state & ~uintptr_t{SleepersFlag}) != reinterpret_cast<uintptr_t>(&self)) return false;
+    if (FCountLocks <= 0 || FCountLocks == INT32_MAX) return false;
+    ++FCountLocks;
+    FKeepers += keepers;
+    return true;
+  }
+  return seen == 0 && !IsStopping() && TryOwn(self, seen, 0, keepers);
+}
+
+/// Makes the caller the owner, one level deep, when the state is still `seen`.
+inline bool TLock::TryOwn(TLockThread& self, uintptr_t seen, uintptr_t flags, uint32_t keepers) {
+  {
+    const TWindow window(self, this);
+    const uintptr_t mine = reinterpret_cast<uintptr_t>(&self) | flags | (seen & ~OwnerMask);
+    if (!__atomic_compare_exchange_n(&FState, &seen, mine, /*weak*/ false, __ATOMIC_SEQ_CST,
+                                     __ATOMIC_RELAXED)) {
+      return false;
+    }
+    self.CountTaken();
+    FOwningThread = CurrentThreadId();
+    if (FCountLocks != INT32_MAX) [[likely]] {
+      ++FCountLocks;
+      FKeepers += keepers;
+      return true;
+    }
+  }
+  const TIntGuard guard(*this);
+  SetFree();
+  RaiseIntOverflow();
+}
+
+bool TLock::BeginWrite(uint32_t timeoutMs) {
+  TLockThread& self = TLockThread::Current();
+  return TryBegin(self, 0) || BeginSlowly(self, timeoutMs, /*heedsStop*/ false, 0);
+}
+
+bool TLock::BeginSlowly(TLockThread& self, uint32_t timeoutMs, bool heedsStop, uint32_t keepers) {
+  return TryDeepen(self, keepers, /*heedsStop*/ true) ||
+         (!IsStopping() && Acquire(self, timeoutMs, heedsStop, keepers));
+}
+
+/// One level more for the owner. With `heedsStop` one that has no level, only sections without a
+/// hold, is refused during a stop.
+bool TLock::TryDeepen(TLockThread& self, uint32_t keepers, bool heedsStop) {
+  if (!IsOwner(self)) return false;
+  const TIntGuard guard(*this);
+  // Another thread may just have set the lock free.
+  if (!IsOwner(self) || (heedsStop && FCountLocks <= 0 && IsStopping())) return false;
+  CheckedInc(FCountLocks);
+  FKeepers += keepers;
+  return true;
+}
+
+/// Makes the caller the owner if there is none, or a dead one; who is the owner goes deeper.
+bool TLock::TryTake(TLockThread& self, uintptr_t flags, uint32_t keepers) {
+  for (;;) {
+    const uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_ACQUIRE);
+    const TLockThread* owner = OwnerOf(seen);
+    if (owner == &self) return TryDeepen(self, keepers, /*heedsStop*/ false);
+    if (owner && !owner->IsDead()) return false;
+    if ((seen & FrozenFlag) && !FIntLockSection.IsHeldByCaller()) {
+      // Nobody stays in there for long.
+      FIntLockSection.Enter();
+      FIntLockSection.Leave();
+    } else if (TryOwn(self, seen, flags, keepers)) {
+      return true;
+    }
+  }
+}
+
+/// Waits for the lock and counts a level. With `heedsStop` a stop ends the wait.
+bool TLock::Acquire(TLockThread& self, uint32_t timeoutMs, bool heedsStop, uint32_t keepers) {
+  const auto isRefused = [&] { return heedsStop && IsStopping(); };
+  for (uint32_t looks = timeoutMs == 0 ? 0 : Platform::SpinLooks();; --looks) {
+    if (isRefused()) return false;
+    if (TryTake(self, 0, keepers)) return true;
+    if (looks == 0) break;
+    Platform::SpinRest();
+  }
+  if (timeoutMs == 0) return false;
+
+  const Platform::TDeadline deadline(timeoutMs);
+  while (!isRefused()) {
+    // Others may sleep behind us, so the flag stays when we get the lock.
+    if (TryTake(self, SleepersFlag, keepers)) return true;
+    if (deadline.HasPassed()) break;
+    uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_RELAXED);
+    if (!OwnerOf(seen) || !FlagSleepers(seen)) continue;
+    Platform::FutexWait(WatchedHalf(FState), static_cast<uint32_t>(seen),
+                        deadline.WithinSlice(LookAgainMs));
+  }
+  PassWakeOn();
+  return false;
+}
+
+/// Sets the flag in `seen`, which is the present state, and in the state. False when that changed.
+bool TLock::FlagSleepers(uintptr_t& seen) noexcept {
+  if (seen & SleepersFlag) return true;
+  if (!__atomic_compare_exchange_n(&FState, &seen, seen | SleepersFlag, /*weak*/ false,
+                                   __ATOMIC_RELAXED, __ATOMIC_RELAXED)) {
+    return false;
+  }
+  seen |= SleepersFlag;
+  return true;
+}
+
+/// Before a sleeper leaves without the lock: the wake-up it may have got is for another one.
+void TLock::PassWakeOn() noexcept {
+  uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_RELAXED);
+  while (OwnerOf(seen)) {
+    if (FlagSleepers(seen)) return;
+  }
+  Wake(FState, 1);
+}
+
+// ---- Letting it go ----------------------------------------------------------------------------
+
+/// Leaves the lock without an owner; true when somebody sleeps. The caller is inside a window as
+/// the owner, or inside IntLock.
+inline bool TLock::DropOwner() noexcept {
+  uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_RELAXED);
+  while (!__atomic_compare_exchange_n(&FState, &seen, seen & FrozenFlag, /*weak*/ false,
+                                      __ATOMIC_RELEASE, __ATOMIC_RELAXED)) {
+  }
+  return (seen & SleepersFlag) != 0;
+}
+
+/// The end of a level without IntLock: nobody else has anything to be paid.
+inline bool TLock::TryEnd(TLockThread& self, uint32_t keepers) noexcept {
+  if (!IsOwner(self)) return false;
+  bool wakes;
+  {
+    const TWindow window(self, this);
+    const uintptr_t state = __atomic_load_n(&FState, __ATOMIC_ACQUIRE);
+    if ((state & ~uintptr_t{SleepersFlag}) != reinterpret_cast<uintptr_t>(&self)) return false;
+    if (FCountLocks <= 0 || (FCountStopLocks | FCountStopLocksOwner) != 0 || FIsDropped) {
+      return false;
+    }
+    FKeepers -= keepers;
+    if (--FCountLocks > 0) return true;
+    FOwningThread = 0;
+    self.CountReleased();
+    wakes = DropOwner();
+  }
+  // The lock may be gone: what is left of it here is an address.
+  if (wakes) Wake(FState, 1);
+  return true;
+}
+
+/// Inside IntLock: leaves the lock without an owner, whoever that is.
+void TLock::SetFree() noexcept {
+  TLockThread* owner = OwnerOf(__atomic_load_n(&FState, __ATOMIC_RELAXED));
+  FOwningThread = 0;
+  if (DropOwner()) Wake(FState, 1);
+  if (owner) owner->CountReleasedByOther();
+}
+
+void TLock::EndWrite() {
+  TLockThread& self = TLockThread::Current();
+  if (TryEnd(self, 0)) return;
+  const TIntGuard guard(*this);
+  CountEndOfWrite(self);
+}
+
+void TLock::CountEndOfWrite(const TLockThread& self) {
+  if (!IsOwner(self)) {
+    if (FCountStopLocks > 0) {
+      --FCountStopLocks;
+      return;
+    }
+    CheckedDec(FCountLocks);
+  } else if (FCountStopLocksOwner > 0) {
+    --FCountStopLocksOwner;
+  } else if (FCountStopLocks > 0) {
+    --FCountStopLocks;
+  } else {
+    CheckedDec(FCountLocks);
+  }
+  if (FCountLocks == 0 && FCountStopLocksOwner == 0) SetFree();
+}
+
+/// The end of a read or write section; `isKeeper` for one that the lock counts.
+void TLock::EndSection(bool isKeeper) noexcept {
+  TLockThread& self = TLockThread::Current();
+  if (TryEnd(self, isKeeper)) return;
+  bool isOver;
+  {
+    const TIntGuard guard(*this);
+    try {
+      CountEndOfWrite(self);
+    } catch (const EIntOverflow&) {
+      // Nobody to tell; the count stays at its end.
+    }
+    FKeepers -= isKeeper;
+    isOver = isKeeper && FIsDropped && FKeepers == 0;
+  }
+  if (isOver) Free(this);
+}
+
+// ---- Stopping ---------------------------------------------------------------------------------
+
+void TLock::CountStop(int32_t change) {
+  int32_t seen = __atomic_load_n(&FInStopCount, __ATOMIC_RELAXED);
+  while (!__atomic_compare_exchange_n(&FInStopCount, &seen, CheckedAdd(seen, change),
+                                      /*weak*/ true, __ATOMIC_SEQ_CST, __ATOMIC_RELAXED)) {
+  }
+}
+
+/// From here on others are refused. Those that sleep look up and leave.
+void TLock::AnnounceStop() {
+  CountStop(1);
+  if (__atomic_load_n(&FState, __ATOMIC_SEQ_CST) & SleepersFlag) Wake(FState, INT_MAX);
+}
+
+void TLock::BeginStop() {
+  TLockThread& self = TLockThread::Current();
+  while (!Acquire(self, 1000, /*heedsStop*/ false, 0)) {
+  }
+  CountStop(1);
+}
+
+void TLock::EndStop() {
+  const TLockThread& self = TLockThread::Current();
+  const TIntGuard guard(*this);
+  CountStop(-1);
+  if (!IsOwner(self)) {
+    if (FCountStopLocks > 0) --FCountStopLocks;
+    return;
+  }
+  if (FCountStopLocksOwner > 0) {
+    --FCountStopLocksOwner;
+  } else if (FCountLocks > 1) {
+    --FCountLocks;
+  } else if (FCountStopLocks > 0) {
+    --FCountStopLocks;
+  } else {
+    CheckedDec(FCountLocks);
+  }
+  if (FCountLocks == 0 && FCountStopLocksOwner == 0) SetFree();
+}
+
+// ---- Giving up and taking back ----------------------------------------------------------------
+
+void TLock::GiveUp(int32_t& countLocks, int32_t& countOtherLocks) {
+  const TLockThread& self = TLockThread::Current();
+  const TIntGuard guard(*this);
+  const TLockThread* owner = OwnerOf(__atomic_load_n(&FState, __ATOMIC_RELAXED));
+  if (owner && owner != &self) return;
+  countLocks = CheckedAdd(FCountLocks, FCountStopLocksOwner);
+  countOtherLocks = FCountStopLocks;
+  FCountLocks = FCountStopLocks = FCountStopLocksOwner = 0;
+  if (owner) SetFree();
+}
+
+void TLock::IntBeginWrite(int32_t countLocks, int32_t countOtherLocks) {
+  if (countLocks == 0 && countOtherLocks == 0) return;
+  TLockThread& self = TLockThread::Current();
+  while (!TryBegin(self, 0) && !BeginSlowly(self, 1, /*heedsStop*/ true, 0)) {
+    const TIntGuard guard(*this);
+    if (!IsStopping()) continue;
+    const bool isOwner = IsOwner(self);
+    int32_t& debt = isOwner ? FCountStopLocksOwner : FCountStopLocks;
+    debt = CheckedAdd(debt, countLocks);
+    if (isOwner || countLocks == 0) FCountStopLocks = CheckedAdd(FCountStopLocks, countOtherLocks);
+    return;
+  }
+  const TIntGuard guard(*this);
+  FCountLocks = CheckedAdd(FCountLocks, CheckedSub(countLocks, 1));
+  FCountStopLocks = CheckedAdd(FCountStopLocks, countOtherLocks);
+  // Who had no level does not keep the lock for the sections of others.
+  if (countLocks == 0 && FCountLocks == 0 && IsOwner(self)) SetFree();
+}
+
+// ---- Sections ---------------------------------------------------------------------------------
+
+/// Waits for a turn in slices that grow, each of which looks for a stop; false when there is one.
+/// After the longest slice the second lock, if any, is given up once.
+bool TLock::WaitForTurn(TLockThread& self, uint32_t keepers, const TRef<IBasicLock>& unlockLock,
+                        TRef<ILockSection>& unlockSection) {
+  for (uint32_t sliceMs = 1; !BeginSlowly(self, sliceMs, /*heedsStop*/ true, keepers);) {
+    if (IsStopping()) return false;
+    if (sliceMs < LongestSliceMs) {
+      ++sliceMs;
+    } else if (unlockLock && !unlockSection) {
+      unlockSection = unlockLock->UnlockAll();
+    }
+  }
+  return true;
+}
+
+/// Begins a section that was made by hand; false for one without a hold of the lock.
+bool TLock::BeginSection(const TRef<IBasicLock>& unlockLock, TRef<ILockSection>& unlockSection) {
+  TLockThread& self = TLockThread::Current();
+  while (!TryBegin(self, 0) && !WaitForTurn(self, 0, unlockLock, unlockSection)) {
+    const TIntGuard guard(*this);
+    if (!IsStopping()) continue;
+    CheckedInc(IsOwner(self) ? FCountStopLocksOwner : FCountStopLocks);
+    return false;
+  }
+  return true;
+}
+
+template <class TSection>
+inline TRef<ILockSection> TLock::NewSection() {
+  TLockThread& self = TLockThread::Current();
+  struct TMemory {
+    TLockThread& Self;
+    void* Place = Self.TakeMemory();
+    ~TMemory() {
+      if (Place) Self.ReturnMemory(Place);
+    }
+  } memory{self};
+  if (!TryBegin(self, 1)) [[unlikely]] {
+    TRef<ILockSection> none;
+    if (!WaitForTurn(self, 1, {}, none)) return {};
+  }
+  return TRef<ILockSection>::Adopt(::new (std::exchange(memory.Place, nullptr)) TSection(*this));
+}
+
+TRef<ILockSection> TLock::ReadLock() {
+  return NewSection<TSimpleReadLockSection>();
+}
+TRef<ILockSection> TLock::WriteLock() {
+  return NewSection<TSimpleWriteLockSection>();
+}
+TRef<ILockSection> TLock::StopLock() {
+  return TSimpleStopLockSection::Make(TRef<IBasicLock>(*this));
+}
+TRef<ILockSection> TLock::UnlockAll() {
+  return TSimpleUnlockSection::Make(TRef<IBasicLock>(*this));
+}
+TRef<ILockSection> TLock::UnlockAllLockInOrder(const TRef<IBasicLock>& firstLock) {
+  return TSimpleUnlockSection::Make(TRef<IBasicLock>(*this), firstLock);
+}
+
+}  // namespace Talvo

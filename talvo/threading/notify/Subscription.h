@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+// TSubscription: a subscription that ends with its owner.
+//
+//   class TGauge {
+//     TSubscription FChanges = TSubscription::ToChanges(FPump, [this] { Redraw(); });
+//   };                                   // unsubscribes before the gauge has gone
+//
+// Declared behind what the subscriber uses, it ends in front of it.
+
+#include <talvo/containers/common/Notification.h>
+#include <talvo/containers/elements/MultiProc.h>
+#include <talvo/runtime/WeakReference.h>
+#include <talvo/threading/mainthread/AnimationClock.h>
+
+namespace Talvo {
+
+/// Holds one subscription and ends it. It moves and does not copy. Neither keeps the sender alive
+/// nor minds its end. The lock that guards the sender's subscribers has to be held wherever a
+/// subscription is made or ends.
+class TSubscription {
+ public:
+  TSubscription() noexcept = default;
+  /// Calls `onEnd` once, at the end.
+  explicit TSubscription(TProc<> onEnd) noexcept : FOnEnd(std::move(onEnd)) {}
+  TSubscription(TSubscription&&) noexcept = default;
+  TSubscription& operator=(TSubscription&& other) noexcept {
+    TSubscription old = std::move(*this);
+    FOnEnd = std::move(other.FOnEnd);
+    return *this;
+  }
+  ~TSubscription() {
+    try {
+      End();
+    } catch (...) {
+      // Whoever ends its members has nobody to tell.
+    }
+  }
+
+  /// Ends the subscription now.
+  void End() {
+    if (const TProc<> onEnd = std::exchange(FOnEnd, nullptr)) onEnd();
+  }
+  explicit operator bool() const noexcept { return static_cast<bool>(FOnEnd); }
+
+  /// To a list of subscribers; it may end first.
+  template <class... A>
+  static TSubscription To(TMultiProc<A...>& sender, std::type_identity_t<TProc<A...>> subscriber) {
+    TProc<A...> link = sender.Add(std::move(subscriber));
+    if (!link) return {};
+    return TSubscription([list = TMultiProc<A...>(sender), link]() mutable { list.Remove(link); });
+  }
+  /// To the changes of an object. Raises EInvalidCast when it does not count its references.
+  static TSubscription ToChanges(const TRef<IChangeNotification>& sender, TProc<> subscriber) {
+    TWeakRef<IChangeNotification> weak(sender);
+    TProc<> link = sender->AddChangeNotification(std::move(subscriber));
+    if (!link) return {};
+    return TSubscription([weak, link] {
+      if (const auto target = weak.Lock()) target->RemoveChangeNotification(link);
+    });
+  }
+  /// To the end of an object. Raises EInvalidCast when it does not count its references.
+  static TSubscription ToEnd(const TRef<IChangeNotification>& sender, TProc<> subscriber) {
+    TWeakRef<IChangeNotification> weak(sender);
+    TProc<> link = sender->AddDestroyNotification(std::move(subscriber));
+    if (!link) return {};
+    return TSubscription([weak, link] {
+      if (const auto target = weak.Lock()) target->RemoveDestroyNotification(link);
+    });
+  }
+  /// To the animation clock, which needs no lock. A call that is under way is not waited for.
+  static TSubscription ToClock(TProc<> subscriber) {
+    TProc<> link = TAnimationClock::Subscribe(std::move(subscriber));
+    if (!link) return {};
+    return TSubscription([link]() mutable { TAnimationClock::Unsubscribe(link); });
+  }
+
+ private:
+  TProc<> FOnEnd;
+};
+
+}  // namespace Talvo

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <talvo/threading/threads/ProcessingThread.h>
+
+#include <talvo/threading/threads/WorkQueue.h>
+
+namespace Talvo {
+namespace {
+
+/// A procedure as an item; it is not called when the item is told false.
+TWorkItem WorkItemOf(TProc<> proc) {
+  Assert(static_cast<bool>(proc));
+  return [proc = std::move(proc)](const TRef<IProcessingThread>&, bool isRun) {
+    if (isRun) proc();
+  };
+}
+
+}  // namespace
+
+TProcessingThread::TProcessingThread(string name, TProcWithProcessingThread onEmpty)
+    : TImplements(std::move(name)), FQueue(Create<Detail::TWorkQueue>(std::move(onEmpty))) {}
+
+TProcessingThread::TProcessingThread(const TComponent* owner, u16string_view name,
+                                     TProcWithProcessingThread onEmpty)
+    : TImplements(owner, name), FQueue(Create<Detail::TWorkQueue>(std::move(onEmpty))) {}
+
+TProcessingThread::~TProcessingThread() {
+  TProcessingThread::Terminate();
+}
+
+TRef<TProcessingThread> TProcessingThread::CreateObjectNamed(string name,
+                                                             TProcWithProcessingThread onEmpty) {
+  return Talvo::Create<TProcessingThread>(std::move(name), std::move(onEmpty));
+}
+
+TRef<IProcessingThread> TProcessingThread::MakeNamed(string name,
+                                                     TProcWithProcessingThread onEmpty) {
+  return CreateObjectNamed(std::move(name), std::move(onEmpty));
+}
+
+TRef<TProcessingThread> TProcessingThread::CreateObject(const TComponent* owner,
+                                                        TProcWithProcessingThread onEmpty) {
+  return CreateObjectComponent(owner, u"TProcessingThread", std::move(onEmpty));
+}
+
+TRef<IProcessingThread> TProcessingThread::Make(const TComponent* owner,
+                                                TProcWithProcessingThread onEmpty) {
+  return CreateObject(owner, std::move(onEmpty));
+}
+
+TRef<TProcessingThread> TProcessingThread::CreateObjectComponent(
+    const TComponent* owner, u16string_view name, TProcWithProcessingThread onEmpty) {
+  return Talvo::Create<TProcessingThread>(owner, name, std::move(onEmpty));
+}
+
+TRef<IProcessingThread> TProcessingThread::MakeComponent(const TComponent* owner,
+                                                         u16string_view name,
+                                                         TProcWithProcessingThread onEmpty) {
+  return CreateObjectComponent(owner, name, std::move(onEmpty));
+}
+
+void TProcessingThread::AfterConstruction() {
+  SetPriority(tpHighest);
+  TImplements::AfterConstruction();
+}
+
+void TProcessingThread::IntExecute() {
+  const TRef<Detail::TWorkQueue> queue = FQueue;
+  struct TEnd {
+    Detail::TWorkQueue& Queue;
+    ~TEnd() { Queue.End(); }
+  } end{*queue};
+  TBasicThread::IntExecute();
+  queue->RunTerminated();
+}
+
+void TProcessingThread::ExecuteLoop() {
+  const TRef<Detail::TWorkQueue> queue = FQueue;
+  queue->Turn(*this);
+}
+
+void TProcessingThread::Terminate() {
+  if (IsTerminated()) return;
+  const TRef<IThread> held(*this);  // work that is run here may drop the last reference
+  TBasicThread::Terminate();
+  FQueue->Wake();
+  if (IsInThread()) {
+    FQueue->Drain(*this);
+  } else {
+    WaitFor();
+  }
+}
+
+TWorkItem TProcessingThread::Process(TProc<> proc, bool isFirst) {
+  return Process(WorkItemOf(std::move(proc)), isFirst);
+}
+
+TWorkItem TProcessingThread::Process(TWorkItem item, bool isFirst) {
+  Assert(static_cast<bool>(item));
+  FQueue->Add(*this, item, isFirst);
+  return item;
+}
+
+TProc<> TProcessingThread::ProcessTerminated(TProc<> proc) {
+  Assert(static_cast<bool>(proc));
+  FQueue->AddTerminated(*this, proc);
+  return proc;
+}
+
+void TProcessingThread::ProcessBlocking(TProc<> proc, bool isFirst) {
+  ProcessBlocking(WorkItemOf(std::move(proc)), isFirst);
+}
+
+void TProcessingThread::ProcessBlocking(TWorkItem item, bool isFirst) {
+  Assert(static_cast<bool>(item));
+  if (IsInThread()) {
+    item(Detail::TBorrowedRef<IProcessingThread>(*this).Get(), /*isRun*/ true);
+    return;
+  }
+  const TRef<Detail::TWorkQueue> queue = FQueue;
+  const auto blocking = Talvo::Create<Detail::TBlockingItem>(std::move(item));
+  queue->Add(*this, TWorkItem(blocking), isFirst);
+  queue->WaitFor(*blocking);
+}
+
+void TProcessingThread::AbortBlocking() {
+  FQueue->ReleaseWaiting();
+}
+
+void TProcessingThread::Cancel(const TWorkItem& item) {
+  if (!item) return;
+  const TRef<Detail::TWorkQueue> queue = FQueue;
+  queue->Cancel(*this, item);
+}
+
+void TProcessingThread::Clear() {
+  const TRef<Detail::TWorkQueue> queue = FQueue;
+  queue->Clear(*this);
+}
+
+int32_t TProcessingThread::GetCountWaiting() const {
+  return FQueue->CountWaiting(*this);
+}
+
+}  // namespace Talvo

@@ -1,0 +1,363 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <talvo/threading/Talvo.Threading.h>
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <sys/wait.h>
+#include <tests/threading/Workers.h>
+#include <unordered_set>
+#include <vector>
+#include <talvo/runtime/Exceptions.h>
+
+namespace Talvo {
+namespace {
+
+using Testing::TWorker;
+
+TEST(EventTest, MakersAndStates) {
+  struct TCase {
+    const char* Name;
+    TRef<IEvent> Event;
+    bool IsSignalled, IsManual;
+  };
+  const TCase cases[] = {
+      {"()", TEvent::Make(), false, false},
+      {"(state)", TEvent::Make(true), true, false},
+      {"(mode, state)", TEvent::Make(ermManual, true), true, true},
+      {"(mode, state), off", TEvent::Make(ermManual, false), false, true},
+      {"(name, state)", TEvent::Make(u"talvo test/1", true), true, false},
+      {"(name, mode, state)", TEvent::Make(u"talvo test/2", ermManual, true), true, true},
+      {"empty name", TEvent::Make(u"", ermAutomatic, true), true, false},
+  };
+  std::unordered_set<uint32_t> handles{0};
+  for (const auto& [name, event, isSignalled, isManual] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_TRUE(handles.insert(event->GetHandle()).second);
+    EXPECT_EQ(isSignalled, event->WaitFor(0));
+    EXPECT_EQ(isSignalled && isManual, event->WaitFor(1));
+    event->SetState(true);
+    EXPECT_TRUE(event->WaitFor(NoTimeLimit));
+    EXPECT_EQ(isManual, event->WaitFor(0));
+    event->Signal();
+    event->SetState(false);
+    EXPECT_FALSE(event->WaitFor(0));
+  }
+}
+
+TEST(EventTest, AutomaticLetsOneThroughAndManualAll) {
+  std::deque<TWorker> workers(3);
+  for (const TEventResetMode mode : {ermAutomatic, ermManual}) {
+    const auto event = TEvent::Make(mode, false);
+    std::atomic<int> through = 0;
+    for (TWorker& worker : workers) {
+      worker.Start([&] {
+        EXPECT_TRUE(event->WaitFor(NoTimeLimit));
+        ++through;
+      });
+    }
+    for (TWorker& worker : workers) worker.WaitUntilBlocked();
+    for (int signals = 1; signals <= (mode == ermManual ? 1 : 3); ++signals) {
+      event->Signal();
+      while (through < signals) std::this_thread::yield();
+      if (mode == ermAutomatic) {
+        EXPECT_EQ(signals, through);
+        EXPECT_FALSE(event->WaitFor(0));
+      }
+    }
+    for (TWorker& worker : workers) worker.Wait();
+    EXPECT_EQ(3, through);
+  }
+}
+
+TEST(SemaphoreTest, CountsBetweenZeroAndTheMaximum) {
+  const auto semaphore = TSemaphore::Make(1, 3);
+  EXPECT_FALSE(semaphore->Increment(0));
+  EXPECT_FALSE(semaphore->Increment(-1));
+  EXPECT_FALSE(semaphore->Increment(3));
+  EXPECT_TRUE(semaphore->Increment(2));
+  EXPECT_FALSE(semaphore->Increment(1));
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(semaphore->Decrement(NoTimeLimit));
+  EXPECT_FALSE(semaphore->Decrement(0));
+  EXPECT_FALSE(semaphore->Decrement(1));
+
+  for (const auto& [initial, maximum] : {std::pair{-1, 1}, {2, 1}, {0, 0}, {0, -1}}) {
+    const auto invalid = TSemaphore::Make(initial, maximum);
+    EXPECT_EQ(0u, invalid->GetHandle());
+    EXPECT_FALSE(invalid->Increment(1));
+    EXPECT_FALSE(invalid->Decrement(NoTimeLimit));
+  }
+
+  std::deque<TWorker> workers(3);
+  for (TWorker& worker : workers) {
+    worker.Start([&] { EXPECT_TRUE(semaphore->Decrement(NoTimeLimit)); });
+  }
+  for (TWorker& worker : workers) worker.WaitUntilBlocked();
+  EXPECT_TRUE(semaphore->Increment(3));
+  for (TWorker& worker : workers) worker.Wait();
+  EXPECT_FALSE(semaphore->Decrement(0));
+}
+
+TEST(CriticalSectionTest, IsLeftAsOftenAsEnteredAndByItsThread) {
+  const auto section = TCriticalSection::Make();
+  EXPECT_THROW(section->Leave(), EAssertionFailed);
+  TWorker other;
+  for (int i = 0; i < 3; ++i) section->Enter();
+  other.Run([&] { EXPECT_THROW(section->Leave(), EAssertionFailed); });
+  bool isLeft = false;
+  other.Start([&] {
+    const auto inside = TCriticalSectionLock::Make(section);
+    EXPECT_TRUE(isLeft);
+  });
+  section->Leave();
+  section->Leave();
+  other.WaitUntilBlocked();
+  isLeft = true;
+  section->Leave();
+  other.Wait();
+  EXPECT_THROW(section->Leave(), EAssertionFailed);
+  EXPECT_THROW(TCriticalSectionLock::Make(nullptr), EAssertionFailed);
+}
+
+TEST(CriticalSectionTest, RunsCodeInsideAndOutside) {
+  const auto section = TCriticalSection::Make();
+  TLockAccess& access = *section->Access();
+  const auto isInside = [&] {
+    try {
+      section->Leave();
+    } catch (const EAssertionFailed&) {
+      return false;
+    }
+    section->Enter();
+    return true;
+  };
+  const auto expect = [&](bool inside) { return [&, inside] { EXPECT_EQ(inside, isInside()); }; };
+  const auto raise = [] { throw ERangeError(u"out"); };
+
+  access.Execute(expect(true));
+  access.Execute(TProc<>(expect(true)).Object());
+  EXPECT_THROW(access.Execute(raise), ERangeError);
+  EXPECT_FALSE(isInside());
+  EXPECT_THROW(access.ExecuteLeave(expect(true)), EAssertionFailed);
+
+  section->Enter();
+  access.ExecuteLeave(expect(false));
+  access.ExecuteLeave(TProc<>(expect(false)).Object());
+  EXPECT_THROW(access.ExecuteLeave(raise), ERangeError);
+  EXPECT_TRUE(isInside());
+  section->Leave();
+
+  // The slot is cleared by what it holds, which goes on to its end.
+  TProc<> slot;
+  int runs = 0;
+  access.ExecuteAssigned(slot);
+  slot = [&] {
+    slot = nullptr;
+    EXPECT_FALSE(isInside());
+    ++runs;
+  };
+  access.ExecuteAssigned(slot);
+  access.ExecuteAssigned(slot);
+  access.ExecuteAssigned(TLockAccess::TProcStd());
+  EXPECT_EQ(1, runs);
+  EXPECT_THROW(access.Execute(TProc<>()), EAssertionFailed);
+  EXPECT_FALSE(isInside());
+}
+
+TEST(MutexTest, BelongsToItsThread) {
+  TWorker other;
+  for (const auto& mutex :
+       {TMutex::Make(), TMutex::Make(true), TMutex::Make(u"talvo test mutex", true)}) {
+    EXPECT_FALSE(mutex->MutexRelease());
+    EXPECT_TRUE(mutex->MutexAcquire(0));
+    EXPECT_TRUE(mutex->MutexAcquire(NoTimeLimit));
+    other.Run([&] {
+      EXPECT_FALSE(mutex->MutexRelease());
+      EXPECT_FALSE(mutex->MutexAcquire(0));
+      EXPECT_FALSE(mutex->MutexAcquire(2));
+      bool isRun = false;
+      mutex->Access()->Execute([&] { isRun = true; }, 1);
+      EXPECT_FALSE(isRun);
+    });
+    EXPECT_TRUE(mutex->MutexRelease());
+    other.Start([&] { EXPECT_TRUE(mutex->MutexAcquire(NoTimeLimit)); });
+    other.WaitUntilBlocked();
+    EXPECT_TRUE(mutex->MutexRelease());
+    other.Wait();
+    EXPECT_FALSE(mutex->MutexAcquire(0));
+    other.Run([&] {
+      EXPECT_TRUE(mutex->Access()->ExecuteLeave([&] { EXPECT_FALSE(mutex->MutexRelease()); }, 0));
+      EXPECT_THROW(mutex->Access()->ExecuteLeave([] { throw ERangeError(u""); }, 0), ERangeError);
+      EXPECT_TRUE(mutex->MutexRelease());
+      EXPECT_THROW(mutex->Access()->Execute([] { throw ERangeError(u""); }, 0), ERangeError);
+      EXPECT_FALSE(mutex->MutexRelease());
+    });
+  }
+}
+
+TEST(MutexTest, ExecuteLeaveTellsWhenItCannotComeBack) {
+  const auto mutex = TMutex::Make();
+  TWorker other;
+  ASSERT_TRUE(mutex->MutexAcquire(0));
+  EXPECT_FALSE(mutex->Access()->ExecuteLeave(
+      [&] { other.Run([&] { EXPECT_TRUE(mutex->MutexAcquire(0)); }); }, 1));
+  EXPECT_FALSE(mutex->MutexRelease());
+}
+
+TEST(MutexTest, OutlivesItsHolderAndIsOutlivedByIt) {
+  const auto mutex = TMutex::Make();
+  {
+    TWorker dying;
+    dying.Run([&] { EXPECT_TRUE(mutex->MutexAcquire(0)); });
+  }
+  EXPECT_TRUE(mutex->MutexAcquire(0));
+  EXPECT_TRUE(mutex->MutexRelease());
+  {
+    TWorker dying;
+    TWorker waiting;
+    dying.Run([&] { EXPECT_TRUE(mutex->MutexAcquire(0)); });
+    waiting.Start([&] { EXPECT_TRUE(mutex->MutexAcquire(NoTimeLimit)); });
+    waiting.WaitUntilBlocked();
+    dying.End();
+    waiting.Wait();
+  }
+  // Dropped while a thread holds them, and the thread goes on with others.
+  TWorker holder;
+  auto kept = TMutex::Make();
+  for (int i = 0; i < 10; ++i) {
+    auto dropped = TMutex::Make(u"talvo test dropped", false);
+    auto unnamed = TMutex::Make();
+    holder.Run([&] {
+      EXPECT_TRUE(dropped->MutexAcquire(0));
+      EXPECT_TRUE(kept->MutexAcquire(0));
+      EXPECT_TRUE(unnamed->MutexAcquire(0));
+    });
+  }
+  holder.Run([&] {
+    for (int i = 0; i < 10; ++i) EXPECT_TRUE(kept->MutexRelease());
+  });
+  EXPECT_TRUE(kept->MutexAcquire(0));
+}
+
+/// Runs `child` in a forked process; `parent` meanwhile in this one.
+void InTwoProcesses(const std::function<void()>& child, const std::function<void()>& parent) {
+  const pid_t process = fork();
+  ASSERT_GE(process, 0);
+  if (process == 0) {
+    child();
+    _exit(::testing::Test::HasFailure());
+  }
+  parent();
+  int status = 0;
+  ASSERT_EQ(process, waitpid(process, &status, 0));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+TEST(NamedTest, ProcessesMeetByName) {
+  const string odd = u"Global\\talvo/\u00e4 \xd800 %" + string(300, u'x');
+  const auto there = TEvent::Make(odd, ermManual, false);
+  const auto back = TEvent::Make(u"talvo test back", false);
+  InTwoProcesses(
+      [&] {
+        // Opened by name: the mode and the state that are there stay.
+        const auto opened = TEvent::Make(odd, ermAutomatic, true);
+        EXPECT_TRUE(opened->WaitFor(NoTimeLimit));
+        EXPECT_TRUE(opened->WaitFor(0));
+        EXPECT_FALSE(TEvent::Make(odd + u"y", false)->WaitFor(0));
+        TEvent::Make(u"talvo test back", false)->Signal();
+      },
+      [&] {
+        EXPECT_FALSE(there->WaitFor(0));
+        there->Signal();
+        EXPECT_TRUE(back->WaitFor(NoTimeLimit));
+      });
+}
+
+TEST(NamedTest, AMutexPassesOnFromADeadProcess) {
+  const auto mutex = TMutex::Make(u"talvo test mutex", false);
+  const auto held = TEvent::Make(u"talvo test held", false);
+  const auto tried = TEvent::Make(u"talvo test tried", false);
+  InTwoProcesses(
+      [&] {
+        EXPECT_TRUE(TMutex::Make(u"talvo test mutex", false).Detach()->MutexAcquire(0));
+        held->Signal();
+        EXPECT_TRUE(tried->WaitFor(NoTimeLimit));
+      },
+      [&] {
+        EXPECT_TRUE(held->WaitFor(NoTimeLimit));
+        EXPECT_FALSE(mutex->MutexAcquire(0));
+        EXPECT_FALSE(mutex->MutexRelease());
+        tried->Signal();
+        EXPECT_TRUE(mutex->MutexAcquire(NoTimeLimit));
+      });
+  EXPECT_TRUE(mutex->MutexRelease());
+}
+
+TEST(NamedTest, TheNameGoesWithItsLastUser) {
+  auto first = TEvent::Make(u"talvo test life", ermManual, true);
+  auto second = TEvent::Make(u"talvo test life", ermAutomatic, false);
+  first = nullptr;
+  EXPECT_TRUE(TEvent::Make(u"talvo test life", ermAutomatic, false)->WaitFor(0));
+  second = nullptr;
+  EXPECT_FALSE(TEvent::Make(u"talvo test life", ermAutomatic, false)->WaitFor(0));
+  // What a process leaves that ends without a word is nobody's.
+  InTwoProcesses([] { TEvent::Make(u"talvo test life", ermManual, true).Detach(); }, [] {});
+  EXPECT_FALSE(TEvent::Make(u"talvo test life", ermAutomatic, false)->WaitFor(0));
+}
+
+TEST(NamedTest, ManyComeAndGo) {
+  constexpr int rounds = 300;
+  std::atomic<int> inside = 0;
+  const auto run = [&] {
+    for (int round = 0; round < rounds; ++round) {
+      const auto mutex = TMutex::Make(u"talvo test crowd", false);
+      ASSERT_NE(0u, mutex->GetHandle());
+      mutex->Access()->Execute(
+          [&] {
+            EXPECT_EQ(0, inside++);
+            inside--;
+          },
+          NoTimeLimit);
+      ASSERT_NE(0u, TEvent::Make(u"talvo test crowd", false)->GetHandle());
+    }
+  };
+  InTwoProcesses(run, [&] {
+    std::thread other(run);
+    run();
+    other.join();
+  });
+}
+
+TEST(SyncStressTest, NoTurnIsLost) {
+  constexpr int threads = 4;
+  constexpr int rounds = 20000;
+  const auto section = TCriticalSection::Make();
+  const auto mutex = TMutex::Make();
+  const auto turn = TEvent::Make(true);
+  const auto seat = TSemaphore::Make(1, 1);
+  struct TGate {
+    std::function<void()> Enter, Leave;
+    int64_t Count = 0;
+  } gates[] = {
+      {[&] { section->Enter(); }, [&] { section->Leave(); }},
+      {[&] { mutex->MutexAcquire(NoTimeLimit); }, [&] { mutex->MutexRelease(); }},
+      {[&] { turn->WaitFor(NoTimeLimit); }, [&] { turn->Signal(); }},
+      {[&] { seat->Decrement(NoTimeLimit); }, [&] { seat->Increment(1); }},
+  };
+  std::vector<std::thread> running;
+  for (int i = 0; i < threads; ++i) {
+    running.emplace_back([&] {
+      for (int round = 0; round < rounds; ++round) {
+        TGate& gate = gates[round % 4];
+        gate.Enter();
+        ++gate.Count;
+        gate.Leave();
+      }
+    });
+  }
+  for (std::thread& thread : running) thread.join();
+  for (const TGate& gate : gates) EXPECT_EQ(threads * rounds / 4, gate.Count);
+}
+
+}  // namespace
+}  // namespace Talvo
