@@ -172,14 +172,16 @@ bool TLock::TryDeepen(TLockThread& self, uint32_t keepers, bool heedsStop) {
   return true;
 }
 
-/// Makes the caller the owner if there is none, or a dead one; who is the owner goes deeper.
+/// Makes the caller the owner if there is none, or a dead one; the owner goes deeper.
 bool TLock::TryTake(TLockThread& self, uintptr_t flags, uint32_t keepers) {
   for (;;) {
     const uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_ACQUIRE);
     const TLockThread* owner = OwnerOf(seen);
     if (owner == &self) return TryDeepen(self, keepers, /*heedsStop*/ false);
-    if (owner && !owner->IsDead()) return false;
-    if ((seen & FrozenFlag) && !FIntLockSection.IsHeldByCaller()) {
+    if (owner) {
+      if (!owner->IsDead()) return false;
+      SetFreeOfDead();
+    } else if ((seen & FrozenFlag) && !FIntLockSection.IsHeldByCaller()) {
       // Nobody stays in there for long.
       FIntLockSection.Enter();
       FIntLockSection.Leave();
@@ -274,6 +276,13 @@ void TLock::SetFree() noexcept {
   FOwningThread = 0;
   if (DropOwner()) Wake(FState, 1);
   if (owner) owner->CountReleasedByOther();
+}
+
+/// Looks again inside IntLock: while the lock has this owner, its identity is nobody else's.
+void TLock::SetFreeOfDead() noexcept {
+  const TIntGuard guard(*this);
+  const TLockThread* owner = OwnerOf(__atomic_load_n(&FState, __ATOMIC_RELAXED));
+  if (owner && owner->IsDead()) SetFree();
 }
 
 void TLock::EndWrite() {

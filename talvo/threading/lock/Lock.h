@@ -109,6 +109,7 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   bool TryEnd(Detail::TLockThread& self, uint32_t keepers) noexcept;
   bool DropOwner() noexcept;
   void SetFree() noexcept;
+  void SetFreeOfDead() noexcept;
   void CountEndOfWrite(const Detail::TLockThread& self);
 
   void CountStop(int32_t change);

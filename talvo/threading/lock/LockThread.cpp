@@ -10,7 +10,7 @@
 namespace Talvo::Detail {
 namespace {
 
-// Identities are used again, never freed: a late waiter may still ask one whether it is dead.
+// Never freed: a late waiter may still ask one whether it is dead.
 std::mutex GFreeLock;
 TLockThread* GFree = nullptr;  // guarded by GFreeLock
 
@@ -35,13 +35,18 @@ void TLockThread::AtEnd(void* thread) {
   // What the thread does from here on, in the ends of other libraries, begins anew.
   GCurrent = nullptr;
   while (self.FStored > 0) FreeMemory(self.FStore[--self.FStored]);
-  if (self.FTaken != __atomic_load_n(&self.FReleased, __ATOMIC_ACQUIRE)) {
-    __atomic_store_n(&self.FIsDead, true, __ATOMIC_RELEASE);
-    return;
-  }
+  __atomic_store_n(&self.FIsDead, true, __ATOMIC_SEQ_CST);
+  self.Retire();
+}
+
+/// Makes the identity of a thread that has ended fit for another one, once it owns nothing.
+void TLockThread::Retire() noexcept {
+  if (!IsDead() || FTaken != __atomic_load_n(&FReleased, __ATOMIC_SEQ_CST)) return;
+  // Of several that come here, one goes on.
+  if (!__atomic_exchange_n(&FIsDead, false, __ATOMIC_SEQ_CST)) return;
   const std::lock_guard<std::mutex> guard(GFreeLock);
-  self.FNextFree = GFree;
-  GFree = &self;
+  FNextFree = GFree;
+  GFree = this;
 }
 
 void TLockThread::WaitWhileBusy(const TLock* lock) const noexcept {

@@ -22,8 +22,9 @@ class TLock;
 
 namespace Detail {
 
-/// The identity of a thread as the owner of locks, and its store of section memory. One that ends
-/// as an owner leaves its identity behind for good.
+/// The identity of a thread as the owner of locks, and its store of section memory. Identities are
+/// used again but never freed; that of a thread that ended as an owner waits until its locks have
+/// been set free.
 class alignas(64) TLockThread {
  public:
   static TLockThread& Current() {
@@ -39,10 +40,13 @@ class alignas(64) TLockThread {
   /// Counts the locks that this thread owns, on the thread itself.
   void CountTaken() noexcept { ++FTaken; }
   void CountReleased() noexcept { --FTaken; }
-  /// Takes one away on another thread, which has just set that lock free.
-  void CountReleasedByOther() noexcept { __atomic_add_fetch(&FReleased, 1, __ATOMIC_RELEASE); }
+  /// Takes one away on any thread, which has just set that lock free.
+  void CountReleasedByOther() noexcept {
+    __atomic_add_fetch(&FReleased, 1, __ATOMIC_SEQ_CST);
+    Retire();
+  }
   /// Whether the thread ended as an owner.
-  bool IsDead() const noexcept { return __atomic_load_n(&FIsDead, __ATOMIC_ACQUIRE); }
+  bool IsDead() const noexcept { return __atomic_load_n(&FIsDead, __ATOMIC_SEQ_CST); }
 
   /// Memory for a read or write section.
   void* TakeMemory() { return FStored > 0 ? FStore[--FStored] : AllocateMemory(); }
@@ -61,6 +65,7 @@ class alignas(64) TLockThread {
 
   static TLockThread& Begin();
   static void AtEnd(void* thread);
+  void Retire() noexcept;
   static void* AllocateMemory();
   static void FreeMemory(void* memory) noexcept;
 
