@@ -187,7 +187,7 @@ class TQuery : public TImplements<TBasicInterfacedObject, IQuery<T>> {
     Assert(static_cast<bool>(FCreateEnumerator));
   }
 
-  /// The object that an item is or leads to; false when there is none.
+  /// The object that an item is or leads to; false when items are none or the interface is null.
   virtual bool GetAsObject(const T& item, TObject*& object) const;
   /// The interface that an item is or leads to; false when there is none.
   virtual bool GetAsInterface(const T& item, TRef<IInterface>& interface) const;

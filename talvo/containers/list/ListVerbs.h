@@ -94,7 +94,7 @@ class IArrayListCore : public virtual IReverseIndexedEnumerable<T> {
 
   // What the verbs do, each once for all of its forms. The arguments are as the caller gave them.
 
-  /// Behind SetCount, SetItem, Insert, Add, AddFirst, Append, Assign and Delete.
+  /// Behind SetCount, SetItem, Insert, Add, AddFront, Append, Assign and Delete.
   virtual bool DoSetCount(int32_t count) = 0;
   virtual bool DoSetItem(int32_t index, const T& value) = 0;
   virtual bool DoInsert(int32_t index, const T& value, int32_t count) = 0;
@@ -153,7 +153,8 @@ class TListVerbs : public virtual TBase {
 
   // --- Adding -------------------------------------------------------------------------------
 
-  /// Adds `count` copies at the end. Amortised O(count).
+  /// Adds `count` copies at the end. Amortised O(count). Raises ERangeError when `count` is below
+  /// 0.
   TList& Add(const T& value, int32_t count = 1) {
     TList& self = Self();
     if constexpr (std::is_scalar_v<T>) {
@@ -165,7 +166,7 @@ class TListVerbs : public virtual TBase {
     }
     return self;
   }
-  /// Adds in front of the first item. O(Count()), and allocates each time.
+  /// Adds in front of the first item. O(capacity).
   TList& AddFront(const T& value) {
     TList& self = Self();
     this->DoAddFront(value);
@@ -197,7 +198,7 @@ class TListVerbs : public virtual TBase {
   T FindOrAdd(F&& predicate, V&& valueOrFactory);
 
   /// Inserts `count` copies in front of the item at `index`; at or past the end it adds. A
-  /// negative index raises ERangeError. O(capacity).
+  /// negative index or count raises ERangeError. O(capacity).
   TList& Insert(int32_t index, const T& value, int32_t count = 1) {
     TList& self = Self();
     this->DoInsert(index, value, count);
@@ -370,7 +371,8 @@ class TListVerbs : public virtual TBase {
     this->DoDelete(index, 1);
     return self;
   }
-  /// Deletes up to `count` items from `index` on; outside the list nothing happens.
+  /// Deletes up to `count` items from `index` on; outside the list nothing happens. Raises
+  /// ERangeError when `index` is inside and `count` below 0.
   TList& Delete(int32_t index, int32_t count) {
     TList& self = Self();
     this->DoDelete(index, count);
@@ -420,7 +422,7 @@ class TListVerbs : public virtual TBase {
   // --- Storage and views --------------------------------------------------------------------
 
   /// Sets the capacity: to `capacity` exactly, cutting the list with it if that is allowed, else
-  /// to no less than the count.
+  /// to no less than the count. Raises ERangeError when `capacity` is below 0.
   TList& SetCapacity(int32_t capacity, bool allowsTruncation) {
     TList& self = Self();
     this->DoSetCapacity(capacity, allowsTruncation);
