@@ -207,7 +207,7 @@ TEST(DictionaryTest, AFailedCopyLeavesTheDictionaryAsItWas) {
     SCOPED_TRACE(&change - changes.data());
     ForEveryFailure<TCopied>(
         [] { return TCopies(TDictionary<int32_t, TCopied>::Make()->Add(1, 1).Add(2, 2)); },
-        [](const TCopies& d) { return TPair(d[1].Number(), d[2].Number() + 10 * d->Count()); },
+        [](const TCopies& d) { return std::pair(d[1].Number(), d[2].Number() + 10 * d->Count()); },
         change);
   }
 }
