@@ -88,7 +88,7 @@ template <class T>
 void TArray<T>::Rebuild(int32_t room, int32_t length) {
   const bool isOwn = IsOwn();
   if constexpr (CanReallocate) {
-    if (isOwn) {
+    if (isOwn && room >= Length()) {
       void* storage = Detail::ReallocateStorage(StorageOf(FItems), StorageSize(room));
       FItems = reinterpret_cast<T*>(static_cast<char*>(storage) + HeaderSize);
       Header()->Allocated = room;
@@ -113,10 +113,13 @@ template <class T>
 void TArray<T>::SetLength(int32_t length) {
   if (length < 0) RaiseRangeError();
   if (length < Length()) {
-    Cut(length);
-    if constexpr (CanReallocate || std::is_nothrow_move_constructible_v<T>) {
-      if (IsOwn() && Length() == length && Header()->Allocated > length) Rebuild(length, length);
+    // Items that end may take the array along: nothing is touched afterwards.
+    if constexpr (std::is_trivially_destructible_v<T>) {
+      Cut(length);
+    } else if constexpr (!std::is_nothrow_move_constructible_v<T>) {
+      return Cut(length);
     }
+    return length > 0 ? Rebuild(length, length) : Cut(0);
   } else if (length > 0 && (!IsOwn() || length > Header()->Allocated)) {
     Rebuild(length, length);
   } else if (length > Length()) {

@@ -61,8 +61,9 @@ TEST(ExceptionsTest, ChecksSayWhatWentWrong) {
   Assert(true);
   // The line of the caller.
   const std::string line = std::to_string(__LINE__ + 1);
+  const auto fail = [] { Assert(false); };
   EXPECT_EQ("EAssertionFailed: Assertion failure (ExceptionsTest.cpp, line " + line + ")",
-            Raised([] { Assert(false); }));
+            Raised(fail));
 }
 
 }  // namespace

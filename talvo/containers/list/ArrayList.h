@@ -119,6 +119,11 @@ class TBasicArrayListIntf
   template <class TByArray, class TByFunction, class TResult>
   TRef<TResult> NewWalk() const;
 
+  // Keeps the list while items end, one of which may hold its last reference.
+  TRef<TBasicArrayListIntf> Hold() {
+    if constexpr (std::is_trivially_destructible_v<T>) return {};
+    return TRef<TBasicArrayListIntf>(*this);
+  }
   void AppendItems(const T* items, int32_t count);
   void AppendSized(const Detail::TSource<T>& source);
   void AppendUnsized(IEnumerator<T>& source);

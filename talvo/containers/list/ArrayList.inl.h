@@ -279,6 +279,7 @@ void TBasicArrayListIntf<T, TList>::AppendUnsized(IEnumerator<T>& source) {
 template <class T, class TList>
 bool TBasicArrayListIntf<T, TList>::DoAssign(const Detail::TSource<T>& source) {
   if (source.IsObject(this)) return false;
+  const auto hold = Hold();
   const int32_t before = FSize;
   if (source.IsBuffer()) {
     AssignItems(source.Items(), source.Size());
@@ -412,6 +413,7 @@ bool TBasicArrayListIntf<T, TList>::DoRemoveEqual(const T& value) {
 template <class T, class TList>
 bool TBasicArrayListIntf<T, TList>::DoRemoveIf(TFunctionRef<bool(const T&)> predicate,
                                                TFunctionRef<void(const T&)> action) {
+  const auto hold = Hold();
   const int32_t before = this->GetState().SafeCount();
   if (!action && !IsWatched()) {
     RemoveMarked(predicate);

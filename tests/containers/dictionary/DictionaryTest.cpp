@@ -67,7 +67,8 @@ TEST(DictionaryTest, VerbsChangeTheContentAndTellOfIt) {
     const TCountsRef d = TCounts::Make({{u"a", 1}, {u"b", 2}, {u"c", 3}});
     int told = 0;
     As<IChangeNotification>(d)->AddChangeNotification([&] { ++told; });
-    EXPECT_THAT(Raised([&] { c.Do(d); }), testing::StartsWith(c.Raises));
+    const std::string raised = Raised([&] { c.Do(d); });
+    EXPECT_EQ(c.Raises, raised.substr(0, raised.find(':')));
     EXPECT_EQ(c.After, Show(d));
     EXPECT_EQ(c.Told, told);
   }
@@ -181,7 +182,9 @@ TEST(DictionaryTest, EnumeratorsKnowWhereTheyStand) {
   const TCountsRef d = TCounts::Make({{u"a", 1}, {u"b", 2}});
   const auto walk = d->GetEnumerator();
   const auto values = As<IList>(d)->GetValueEnumerator();
-  const auto isNowhere = [&] { return Raised([&] { walk->Current(); }) != ""; };
+  const auto isNowhere = [&] {
+    return Raised([&] { walk->Current(); }).starts_with("ERangeError");
+  };
   EXPECT_TRUE(isNowhere() && walk->MoveNext() && values->MoveNext() && walk->Size() == 2);
   EXPECT_EQ(*values->Current().Peek<TCount>(), walk->Current());
   for (char16_t c = u'c'; c < u'z'; ++c) d->Add(string(20, c), 0).Add(u"a", 5);
@@ -204,7 +207,7 @@ TEST(DictionaryTest, AFailedCopyLeavesTheDictionaryAsItWas) {
     SCOPED_TRACE(&change - changes.data());
     ForEveryFailure<TCopied>(
         [] { return TCopies(TDictionary<int32_t, TCopied>::Make()->Add(1, 1).Add(2, 2)); },
-        [](const TCopies& d) { return TPair(d[1].Number(), d[2].Number() + 10 * d->Count()); },
+        [](const TCopies& d) { return std::pair(d[1].Number(), d[2].Number() + 10 * d->Count()); },
         change);
   }
 }

@@ -3,6 +3,9 @@
 
 #include <tests/containers/Sources.h>
 
+#include <algorithm>
+#include <functional>
+#include <memory>
 #include <ranges>
 
 namespace Talvo {
@@ -300,6 +303,33 @@ TEST(ArrayListTest, ItemsAreExchangedByTheirOwnSwap) {
   EXPECT_EQ(1, list[1].Number);
   EXPECT_EQ(2, list[2].Number);
   EXPECT_EQ(4, list[0].Swaps + list[1].Swaps + list[2].Swaps);
+}
+
+TEST(ArrayListTest, AnItemMayEndTheList) {
+  using L = IArrayList<TRef<IWatched>>;
+  const auto any = [](const TRef<IWatched>&) { return true; };
+  const TProc<L&> verbs[] = {
+      [](L& list) { list.Clear(); },
+      [](L& list) { list.Delete(1); },
+      [](L& list) { list.SetCount(1); },
+      [](L& list) { list.SetCapacity(1, /*allowsTruncation*/ true); },
+      [](L& list) { list.SetItem(1, nullptr); },
+      [](L& list) { list.Assign({}); },
+      [](L& list) { list.Assign(SizedWalk(std::vector<TRef<IWatched>>(1))); },
+      [](L& list) { list.Assign(UnsizedWalk(std::vector<TRef<IWatched>>(2))); },
+      [=](L& list) { list.RemoveAll(any); },
+      [=](L& list) { list.RemoveAll(any, [](const auto&) {}); },
+      [](L& list) { list.RemoveAll(list[1]); },
+      [](L& list) { list.RemoveOne(list[1]); }};
+  for (const TProc<L&>& verb : verbs) {
+    auto owner = std::make_shared<TRef<L>>(TArrayList<TRef<IWatched>>::MakeArray({nullptr}));
+    const auto dropList = [owner] { *owner = nullptr; };
+    L& list = **owner;
+    list.Add(Create<TWatched>(1, dropList));
+    owner = nullptr;
+    verb(list);
+    EXPECT_EQ(0, TWatched::Live);
+  }
 }
 
 }  // namespace

@@ -210,7 +210,7 @@ TEST(JsonParserTest, MalformedUtf8RaisesWithItsOffset) {
       {"\xFE\xFF", 0}, {"\"\xF0\x9D\x84", 1}, {"1 trailing \xF4\x90\x80\x80", 11}};
   for (const auto& [text, offset] : cases) {
     EXPECT_EQ("EEncodingError: Malformed UTF-8 at offset " + std::to_string(offset),
-              Raised([&] { JsonParser::ParseUtf8(text); }));
+              Raised([bytes = text] { JsonParser::ParseUtf8(bytes); }));
   }
 }
 
