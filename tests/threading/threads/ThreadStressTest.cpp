@@ -16,7 +16,7 @@
 namespace Talvo {
 namespace {
 
-using TEngine = std::mt19937;
+using TEngine = std::mt19937_64;
 
 /// Runs `body` on so many threads at once, each with random numbers of its own.
 template <class F>
