@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// Locks beside those of the standard library and of Qt. "Mutex" is the lock underneath a section;
-// the hand-written limit is an inline lock without owner, depth or object.
+// Locks beside those of the standard library and of Qt.
 
 #include <talvo/threading/Talvo.Threading.h>
 
 #include <QRecursiveMutex>
+#include <algorithm>
 #include <benchmark/benchmark.h>
+#include <chrono>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace Talvo {
 namespace {
@@ -103,6 +105,30 @@ void BM_Refused(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_Refused)->Name("BM_LockRefused/Talvo");
+
+// From the announcement of a stop until a request that waits for the lock has come back.
+void BM_WaiterLeaves(benchmark::State& state) {
+  using TClock = std::chrono::steady_clock;
+  const TRef<IBasicLock> lock = TLock::Make();
+  std::vector<double> seconds;
+  for (auto _ : state) {
+    TRef<ILockSection> held = lock->WriteLock();
+    TClock::time_point left;
+    std::thread waiter([&] {
+      if (lock->WriteLock()) state.SkipWithError("not refused");
+      left = TClock::now();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    const auto announced = TClock::now();
+    const TRef<ILockSection> stop = lock->StopLock();
+    waiter.join();
+    seconds.push_back(std::chrono::duration<double>(left - announced).count());
+    state.SetIterationTime(seconds.back());
+  }
+  std::sort(seconds.begin(), seconds.end());
+  state.counters["p99_ms"] = 1000 * seconds[seconds.size() * 99 / 100];
+}
+BENCHMARK(BM_WaiterLeaves)->Name("BM_LockWaiterLeaves/Talvo")->UseManualTime()->Iterations(200);
 
 }  // namespace
 }  // namespace Talvo

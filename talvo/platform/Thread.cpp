@@ -17,6 +17,8 @@ namespace {
 
 uint32_t GMainThreadId = 0;  // atomic
 
+constexpr uint32_t NoKey = UINT32_MAX;
+
 // A forked child goes on with a copy of the thread that forked, under an identifier of its own.
 [[maybe_unused]] const int GForkHandler = pthread_atfork(nullptr, nullptr, [] {
   GCurrentThreadId = 0;
@@ -77,10 +79,12 @@ bool SetThreadNice(uint32_t threadId, int nice) noexcept {
 
 TThreadEndNotice::TThreadEndNotice(void (*atEnd)(void* value)) noexcept {
   static_assert(sizeof(pthread_key_t) == sizeof(FKey));
-  if (pthread_key_create(&FKey, atEnd) != 0) FKey = UINT32_MAX;
+  if (pthread_key_create(&FKey, atEnd) != 0) FKey = NoKey;
 }
 TThreadEndNotice::~TThreadEndNotice() {
   pthread_key_delete(FKey);
+  // Threads that outlive this module's statics may still ask; the key can be another module's.
+  FKey = NoKey;
 }
 void TThreadEndNotice::Set(void* value) noexcept {
   pthread_setspecific(FKey, value);

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <talvo/containers/Talvo.Containers.List.h>
-#include <talvo/threading/threads/RepeatThread.h>
+#include <talvo/threading/Talvo.Threading.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -99,6 +99,17 @@ TEST(PoisonTest, ThreadsAreFilledToo) {
   thread = nullptr;
   EXPECT_EQ(sizeof(TRepeatThread), GExpected.Size);
   EXPECT_TRUE(GExpected.IsPoisoned);
+}
+
+TEST(PoisonTest, SectionsTooWhoseMemoryIsKeptForTheNext) {
+  const TRef<IBasicLock> lock = TLock::Make();
+  TRef<ILockSection> section = lock->WriteLock();
+  const auto* bytes = static_cast<const unsigned char*>(dynamic_cast<void*>(ObjectOf(section)));
+  section = nullptr;
+  EXPECT_TRUE(std::all_of(bytes, bytes + sizeof(TSimpleWriteLockSection),
+                          [](unsigned char byte) { return byte == 0xFF; }));
+  section = lock->ReadLock();
+  EXPECT_EQ(bytes, dynamic_cast<void*>(ObjectOf(section)));
 }
 
 TEST(PoisonTest, OnlyWhatDerivesFromTheBasicClasses) {

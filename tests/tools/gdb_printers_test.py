@@ -11,7 +11,8 @@ from pathlib import Path
 
 PRINTERS = Path(__file__).resolve().parents[2] / "tools" / "gdb" / "talvo_printers.py"
 
-# An expression, or a setting to be made, and what gdb prints; addresses are shown as @.
+# An expression, or a setting to be made, and what gdb prints; addresses are shown as @,
+# numbers of ended threads as #.
 REFERENCES = [
     ("noPump", "empty"),
     ("pump", "Plant::TPump at @, references: 4"),
@@ -54,6 +55,10 @@ VALUES = [
     ("number", "int: -5"),
     ("text", 'string: u"long enough to stand elsewhere"'),
     ("reference", "TRef<Plant::IPump>: Plant::TPump at @, references: 4"),
+    ("freeLock", "TLock, free"),
+    ("heldLock", "TLock, levels 2 of thread 1, stops 1"),
+    ("deadLock", "TLock, levels 1 of thread # that has ended"),
+    ("passedLock", "TLock, free, stops 1, sections without a hold 1"),
     ("failure", 'Plant::EPumpFailed "no pressure"'),
 ]
 JSON = [
@@ -97,7 +102,8 @@ def shown_by_gdb(rows, *settings):
     environment = {**os.environ, "LC_ALL": "C.UTF-8"}
     result = subprocess.run(command + ["-ex", r"echo \n>>>", sys.argv[1]], capture_output=True,
                             env=environment, stdin=subprocess.DEVNULL, text=True, timeout=300)
-    answers = [re.sub(r"0x[0-9a-f]+", "@", re.sub(r"^\$\d+ = ", "", answer.strip()))
+    answers = [re.sub(r"\d+(?= that has ended)", "#", re.sub(
+                   r"0x[0-9a-f]+", "@", re.sub(r"^\$\d+ = ", "", answer.strip())))
                for answer in result.stdout.split("\n>>>")[1:-1]]
     return answers, result.stdout + result.stderr
 

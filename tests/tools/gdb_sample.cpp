@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What gdb_printers_test.py looks at: all that the printers know, in many states.
 
+#include <thread>
 #include <talvo/containers/Talvo.Containers.Dictionary.h>
 #include <talvo/containers/Talvo.Containers.List.h>
 #include <talvo/containers/Talvo.Containers.Sets.h>
@@ -9,6 +10,7 @@
 #include <talvo/runtime/Exceptions.h>
 #include <talvo/runtime/WeakReference.h>
 #include <talvo/serialization/Talvo.Json.h>
+#include <talvo/threading/Talvo.Threading.h>
 
 using namespace Talvo;
 
@@ -107,6 +109,18 @@ int main() {
   const TValue number = TValue::From(int32_t{-5});
   const TValue text = TValue::From(string(u"long enough to stand elsewhere"));
   const TValue reference = TValue::From(pump);
+
+  const TRef<IBasicLock> freeLock = TLock::Make();
+  const TRef<IBasicLock> heldLock = TLock::Make();
+  const TRef<ILockSection> write = heldLock->WriteLock();
+  const TRef<ILockSection> stop = heldLock->StopLock();
+  const TRef<IBasicLock> deadLock = TLock::Make();
+  TRef<ILockSection> left;
+  std::thread([&] { left = deadLock->WriteLock(); }).join();
+  const TRef<TLock> passedLock = TLock::CreateObject();
+  passedLock->BeginStop();
+  passedLock->EndWrite();
+  const TRef<ILockSection> passing = TSimpleReadLockSection::Make(*passedLock);
 
   const TRef<IJsonElement> noElement;
   const TRef<IJsonElement> packed = JsonParser::Parse(

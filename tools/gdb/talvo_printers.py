@@ -20,6 +20,7 @@ class At:
 
     FRefs, FText, Target = 8, 8, 8                              # objects, exceptions, weak blocks
     Length, HeaderSize = 4, 12                                  # headers of dynamic arrays
+    FCountLocks = 24                                            # locks, with four numbers behind
     FArray, FSize = 16, 24                                      # array lists
     FNodes, FFirst, FCount, FMarked = 16, 8, 24, 32             # linked lists
     FDictionary, Pairs, Hashes, Used, Count = 24, 0, 8, 44, 48  # dictionaries and sets
@@ -257,6 +258,19 @@ def show_set(name, address, cls):
     return Shown(pairs.to_string(), "array", lambda: itertools.islice(pairs.items(), 0, None, 2))
 
 
+def show_lock(name, address, _):
+    levels, others, owners, stops, owner = struct.unpack(
+        "<4iI", gdb.selected_inferior().read_memory(address + At.FCountLocks, 20))
+    threads = {thread.ptid[1]: thread.num for thread in gdb.selected_inferior().threads()}
+    line = [f"{name}, free"]
+    if owner:
+        thread = threads.get(owner, f"{owner} that has ended")
+        line = [f"{name}, levels {levels} of thread {thread}"]
+    line += [f"stops {stops}"] * (stops != 0)
+    line += [f"sections without a hold {others + owners}"] * (others + owners != 0)
+    return Shown(", ".join(line))
+
+
 def show_value(_, value):
     operations = value["FOperations"]
     if not int(operations):
@@ -272,6 +286,7 @@ OBJECTS = {
     "TJsonElement": lambda name, at, _: Shown(f"{name} {JsonText().element(at)}"),
     "TJsonArray": lambda name, at, _: Shown(f"{name} {JsonText().array(at)}"),
     "TJsonObject": lambda name, at, _: Shown(f"{name} {JsonText().object(at)}"),
+    "TLock": show_lock,
     "Exception": lambda name, at, _: Shown(f"{name} {string_at(read(at + At.FText))}"),
     "TBasicArrayListIntf": lambda name, at, cls: show_array(
         name, read(at + At.FArray), type_named(arguments(cls)[0]), read(at + At.FSize, "i")),
@@ -305,7 +320,7 @@ def show_object(address, block=0):
         address, names = object_at(address)
         line = f"{short(names[0])} at {address:#x}"
         if "Talvo::TInterfacedObject" in names:
-            line += f", references: {read(address + At.FRefs, 'I') & 0x3FFF_FFFF}"
+            line += f", references: {read(address + At.FRefs, 'I') & 0x1FFF_FFFF}"
         return show_known(address, names) or Shown(line)
     except UNREADABLE:
         return Shown(f"unreadable at {address:#x}")

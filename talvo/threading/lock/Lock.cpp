@@ -208,7 +208,8 @@ bool TLock::Acquire(TLockThread& self, uint32_t timeoutMs, bool heedsStop, uint3
     if (TryTake(self, SleepersFlag, keepers)) return true;
     if (deadline.HasPassed()) break;
     uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_RELAXED);
-    if (!OwnerOf(seen) || !FlagSleepers(seen)) continue;
+    // A stop that came in between has looked for sleepers already.
+    if (!OwnerOf(seen) || !FlagSleepers(seen) || isRefused()) continue;
     Platform::FutexWait(WatchedHalf(FState), static_cast<uint32_t>(seen),
                         deadline.WithinSlice(LookAgainMs));
   }
@@ -220,7 +221,7 @@ bool TLock::Acquire(TLockThread& self, uint32_t timeoutMs, bool heedsStop, uint3
 bool TLock::FlagSleepers(uintptr_t& seen) noexcept {
   if (seen & SleepersFlag) return true;
   if (!__atomic_compare_exchange_n(&FState, &seen, seen | SleepersFlag, /*weak*/ false,
-                                   __ATOMIC_RELAXED, __ATOMIC_RELAXED)) {
+                                   __ATOMIC_SEQ_CST, __ATOMIC_RELAXED)) {
     return false;
   }
   seen |= SleepersFlag;
@@ -389,14 +390,21 @@ void TLock::IntBeginWrite(int32_t countLocks, int32_t countOtherLocks) {
     const TIntGuard guard(*this);
     if (!IsStopping()) continue;
     const bool isOwner = IsOwner(self);
-    int32_t& debt = isOwner ? FCountStopLocksOwner : FCountStopLocks;
-    debt = CheckedAdd(debt, countLocks);
-    if (isOwner || countLocks == 0) FCountStopLocks = CheckedAdd(FCountStopLocks, countOtherLocks);
+    const int32_t others = isOwner || countLocks == 0 ? CheckedAdd(FCountStopLocks, countOtherLocks)
+                                                      : CheckedAdd(FCountStopLocks, countLocks);
+    if (isOwner) FCountStopLocksOwner = CheckedAdd(FCountStopLocksOwner, countLocks);
+    FCountStopLocks = others;
     return;
   }
   const TIntGuard guard(*this);
-  FCountLocks = CheckedAdd(FCountLocks, CheckedSub(countLocks, 1));
-  FCountStopLocks = CheckedAdd(FCountStopLocks, countOtherLocks);
+  try {
+    const int32_t others = CheckedAdd(FCountStopLocks, countOtherLocks);
+    FCountLocks = CheckedAdd(FCountLocks, CheckedSub(countLocks, 1));
+    FCountStopLocks = others;
+  } catch (const EIntOverflow&) {
+    CountEndOfWrite(self);
+    throw;
+  }
   // Who had no level does not keep the lock for the sections of others.
   if (countLocks == 0 && FCountLocks == 0 && IsOwner(self)) SetFree();
 }

@@ -43,7 +43,7 @@ TSimpleReadLockSection::TSimpleReadLockSection(TRef<IBasicLock> lock,
 
 void TSimpleReadLockSection::Construct() {
   TLock* owner = InstanceOf(FOwnerIntf);
-  FLocked = owner->BeginSection(FUnlockLock, FUnlockSection);
+  FLocked = owner->BeginSection(std::exchange(FUnlockLock, {}), FUnlockSection);
   FOwner = owner;
 }
 
@@ -65,7 +65,7 @@ TSimpleWriteLockSection::TSimpleWriteLockSection(TRef<IBasicLock> lock,
 
 void TSimpleWriteLockSection::Construct() {
   TLock* owner = InstanceOf(FOwnerIntf);
-  FLocked = owner->BeginSection(FUnlockLock, FUnlockSection);
+  FLocked = owner->BeginSection(std::exchange(FUnlockLock, {}), FUnlockSection);
   FOwner = owner;
 }
 

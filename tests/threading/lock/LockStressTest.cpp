@@ -23,10 +23,10 @@ using Testing::TLockModel;
 constexpr uint32_t ThreadCount = 8;
 
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr int Share = 10;
+constexpr int Share = 3;
 #elif defined(__clang__)
 #if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-constexpr int Share = 10;
+constexpr int Share = 3;
 #else
 constexpr int Share = 1;
 #endif
