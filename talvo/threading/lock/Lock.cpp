@@ -20,6 +20,7 @@ namespace {
 constexpr uint32_t LookAgainMs = 20;
 
 TLockThread* OwnerOf(uintptr_t state) noexcept {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the flags live in the pointer
   return reinterpret_cast<TLockThread*>(state & ~uintptr_t{3});
 }
 

@@ -345,6 +345,7 @@ TEST(SyncStressTest, NoTurnIsLost) {
       {[&] { seat->Decrement(NoTimeLimit); }, [&] { seat->Increment(1); }},
   };
   std::vector<std::thread> running;
+  running.reserve(threads);
   for (int i = 0; i < threads; ++i) {
     running.emplace_back([&] {
       for (int round = 0; round < rounds; ++round) {
