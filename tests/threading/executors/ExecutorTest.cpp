@@ -350,15 +350,16 @@ TEST(ThreadPoolTest, ATaskCanBeTakenOutAndGivenToAThread) {
 TEST(ThreadPoolTest, TheEndWaitsForWhatRunsAndDropsTheRest) {
   auto pool = TThreadPoolExecutor::Make(1);
   auto held = std::make_shared<int>();
-  TGate gate;
-  const auto running = pool->Execute(gate.Code());
-  gate.WaitUntilEntered();
+  const TRef<IEvent> entered = TEvent::Make();
+  const auto running = pool->Execute([entered] {
+    entered->Signal();
+    while (!TThread::CurrentThread()->Terminated()) std::this_thread::yield();
+  });
+  entered->WaitFor(NoTimeLimit);
   const auto atThread = pool->Execute([] { ADD_FAILURE(); });
   const auto inPool = pool->Execute([held] { ADD_FAILURE(); });
-  std::thread opener([&] { gate.Open(); });
   pool = nullptr;
   EXPECT_TRUE(running->WaitFor(0));
-  opener.join();
   EXPECT_EQ(held.use_count(), 1);
   for (const auto& job : {atThread, inPool}) {
     EXPECT_FALSE(job->WaitFor(0));

@@ -50,7 +50,7 @@ TEST(RepeatThreadTest, CallsUntilItIsTerminated) {
   EXPECT_EQ(none, nullptr);
 
   calls = 0;
-  thread = TRepeatThread::Make(u"", [&] { ++calls; });
+  thread = TRepeatThread::Make(u"", [&] { ++calls, calls.notify_all(); });
   calls.wait(0);
   thread = nullptr;  // stops and waits
   const int before = calls;
