@@ -9,5 +9,5 @@
 #include <talvo/containers/Talvo.Containers.Utils.h>
 #include <talvo/containers/Talvo.Elements.h>
 #include <talvo/serialization/Talvo.Json.h>
-#include <talvo/threading/Talvo.Threading.h>
 #include <talvo/threading/Talvo.Threading.Utils.h>
+#include <talvo/threading/Talvo.Threading.h>

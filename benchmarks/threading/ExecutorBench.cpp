@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Pools of two threads beside each other: a flood of small tasks from one thread, and the round
 // trip of one task. The hand-written limit of the flood is a deque with a lock.
+//
+// All have two threads of their own, of ordinary priority, that stay; the caller takes no part, and
+// nobody keeps what posting answers. Talvo is told how much may wait at a thread that gets more
+// (64), the others have no such number: oneTBB enqueues into an arena without a slot for the
+// caller, QThreadPool's threads do not expire, asio and the deque take what they are made with.
+// Talvo alone answers an execution for each task, which can be waited for and called off.
 
 #include <talvo/threading/Talvo.Threading.h>
 

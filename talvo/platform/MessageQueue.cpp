@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/platform/MessageQueue.h>
 
-#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
@@ -143,13 +142,10 @@ struct TState {
   std::unordered_map<uint32_t, TThreadQueue*> Queues;
   TThreadQueue Main{MainThreadId()};
   TWindowHandle LastWindow = 0;
-  pthread_key_t OwnQueue;
+  Platform::TThreadEndNotice ThreadEnd{
+      [](void* queue) { EndThread(static_cast<TThreadQueue*>(queue)); }};
 
-  TState() {
-    Queues.emplace(Main.Thread, &Main);
-    pthread_key_create(&OwnQueue,
-                       [](void* queue) { EndThread(static_cast<TThreadQueue*>(queue)); });
-  }
+  TState() { Queues.emplace(Main.Thread, &Main); }
   TThreadQueue& Own();
   TThreadQueue* QueueOf(uint32_t thread) {
     const auto found = Queues.find(thread);
@@ -174,13 +170,12 @@ TState& State() {
 
 /// The calling thread's queue, made when it has none.
 TThreadQueue& TState::Own() {
-  const uint32_t thread = CurrentThreadId();
-  if (thread == Main.Thread) return Main;
-  if (auto* own = static_cast<TThreadQueue*>(pthread_getspecific(OwnQueue))) return *own;
-  auto* made = new TThreadQueue(thread);
-  Queues[thread] = made;
-  pthread_setspecific(OwnQueue, made);
-  return *made;
+  TThreadQueue*& own = Queues[CurrentThreadId()];
+  if (!own) {
+    own = new TThreadQueue(CurrentThreadId());
+    ThreadEnd.Set(own);
+  }
+  return *own;
 }
 
 /// The windows of a thread go with it.
@@ -197,6 +192,10 @@ void TState::EndThread(TThreadQueue* queue) {
 
 }  // namespace
 
+void TMessageHandler::WndProc(TMessage& message) {
+  DefWindowProc(message);
+}
+
 TWindowHandle AllocateHWnd(TMessageHandler& handler) {
   TState& state = State();
   const TLocked locked(state.Guard);
@@ -212,13 +211,14 @@ TWindowHandle AllocateMainHWnd(TMessageHandler& handler) {
 void DeallocateHWnd(TWindowHandle window) {
   TState& state = State();
   TLocked locked(state.Guard);
-  TWindow* found = state.Find(window);
-  if (!found) return;
-  found->IsClosed = true;
-  found->Queue->Drop(window);
-  if (found->Calls == 0) {
-    state.Windows.erase(window);
-  } else if (found->Queue->Thread != CurrentThreadId()) {
+  const auto found = state.Windows.find(window);
+  if (found == state.Windows.end()) return;
+  TWindow& closed = found->second;  // another thread may be closing it already
+  closed.IsClosed = true;
+  closed.Queue->Drop(window);
+  if (closed.Calls == 0) {
+    state.Windows.erase(found);
+  } else if (closed.Queue->Thread != CurrentThreadId()) {
     state.CallEnded.wait(locked, [&] { return !state.Windows.contains(window); });
   }
 }

@@ -41,8 +41,9 @@ struct TMessage {
 /// What the messages of a window go to.
 class TMessageHandler {
  public:
-  /// Called on the window's thread, with no lock of the queue held.
-  virtual void WndProc(TMessage& message) = 0;
+  /// Called on the window's thread, with no lock of the queue held. Passes the message to
+  /// DefWindowProc unless it is overridden.
+  virtual void WndProc(TMessage& message);
 
  protected:
   ~TMessageHandler() = default;
@@ -78,7 +79,8 @@ intptr_t DispatchMessage(TMessage& message);
 void DefWindowProc(TMessage& message);
 
 /// Dispatches what waits for the calling thread now, and does not wait for more; what handlers
-/// post meanwhile stays for the next call. How many there were.
+/// post meanwhile stays for the next call. WM_QUIT is taken out like the others and ends nothing.
+/// How many there were. What a handler raises comes out here, and those behind it stay.
 int32_t ProcessMessages();
 
 /// Posts WM_TIMER to the window every `periodMs` milliseconds, at least every one, until
@@ -90,8 +92,9 @@ bool SetTimer(TWindowHandle window, uintptr_t id, uint32_t periodMs);
 void KillTimer(TWindowHandle window, uintptr_t id);
 
 /// A descriptor that can be read from as long as something waits for the main thread, messages or
-/// due timers: for the poll of a host's own loop, which calls ProcessMessages then. It is made by
-/// the first call and stays open; nobody reads or closes it. -1 when the system gives no more.
+/// due timers: for the poll of a host's own loop, which calls ProcessMessages then. A loop that is
+/// told of edges only asks again after that. It is made by the first call and stays open; nobody
+/// reads or closes it. -1 when the system gives no more.
 int MainWakeUpDescriptor();
 
 }  // namespace Talvo

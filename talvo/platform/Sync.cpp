@@ -65,8 +65,68 @@ bool TCriticalSection::Leave() noexcept {
   return true;
 }
 
+// ---- Events and semaphores --------------------------------------------------------------------
+
+namespace {
+
+// Both are a value and, in the upper half of the word, the number of those who wait for it. So
+// whoever changes the value learns of waiters in the same step, and has done with the word.
+constexpr uint64_t OneWaiter = uint64_t{1} << 32;
+
+constexpr uint32_t ValueOf(uint64_t word) noexcept {
+  return static_cast<uint32_t>(word);
+}
+const uint32_t* ValueIn(const uint64_t* word) noexcept {
+  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+  return reinterpret_cast<const uint32_t*>(word);
+}
+
+/// Takes `share` off the word when its value lets the caller through. `seen` is the word that
+/// decided.
+template <class TLetsThrough>
+bool TryTake(uint64_t* word, uint64_t& seen, uint64_t share, TLetsThrough letsThrough) noexcept {
+  seen = __atomic_load_n(word, __ATOMIC_ACQUIRE);
+  while (letsThrough(ValueOf(seen))) {
+    if (share == 0 || __atomic_compare_exchange_n(word, &seen, seen - share, /*weak*/ true,
+                                                  __ATOMIC_ACQUIRE, __ATOMIC_ACQUIRE)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+/// Waits until `letsThrough(value, valueAtFirst)`, then takes `share` off.
+template <class TLetsThrough>
+bool TakeInTime(uint64_t* word, uint64_t share, uint32_t timeoutMs, TFutexScope scope,
+                TLetsThrough letsThrough) noexcept {
+  uint64_t seen;
+  if (TryTake(word, seen, share, [&](uint32_t value) { return letsThrough(value, value); })) {
+    return true;
+  }
+  if (timeoutMs == 0) return false;
+  const TDeadline deadline(timeoutMs);
+  const uint32_t first = ValueOf(__atomic_fetch_add(word, OneWaiter, __ATOMIC_RELAXED));
+  const auto tryTake = [&] {
+    return TryTake(word, seen, share + OneWaiter,
+                   [&](uint32_t value) { return letsThrough(value, first); });
+  };
+  for (bool isInTime = true; !tryTake();) {
+    if (!isInTime) {
+      __atomic_fetch_sub(word, OneWaiter, __ATOMIC_RELAXED);
+      return false;
+    }
+    isInTime = FutexWait(ValueIn(word), ValueOf(seen), deadline, scope);
+  }
+  return true;
+}
+
+// The value of an event is a flag, and above it how often it was signalled.
+constexpr uint32_t OneSignal = 2;
+
+}  // namespace
+
 TEvent::TEvent(std::string_view name, bool isManual, bool isSignalled) noexcept
-    : FOwn{isSignalled, 0, isManual}, FState(&FOwn) {
+    : FOwn{isSignalled ? SignalledFlag : 0, isManual}, FState(&FOwn) {
   if (name.empty()) return;
   const auto initialize = [](void* block, const void* context) {
     *static_cast<TState*>(block) = *static_cast<const TState*>(context);
@@ -78,80 +138,59 @@ TEvent::TEvent(std::string_view name, bool isManual, bool isSignalled) noexcept
 
 bool TEvent::Signal() noexcept {
   if (!FState) return false;
-  // In one order with the waiter's count and look: either it sees the signal or we see the waiter.
-  __atomic_store_n(&FState->IsSignalled, 1, __ATOMIC_SEQ_CST);
-  if (__atomic_load_n(&FState->Waiters, __ATOMIC_SEQ_CST) == 0) return true;
+  uint64_t* word = &FState->Word;
+  const TFutexScope scope = Scope();
   // A process may die between its wake-up and taking the signal, so there all are woken.
-  const bool wakesAll = FState->IsManual || Scope() == TFutexScope::System;
-  FutexWake(&FState->IsSignalled, wakesAll ? INT_MAX : 1, Scope());
+  const int32_t woken = FState->IsManual || scope == TFutexScope::System ? INT_MAX : 1;
+  uint64_t seen = __atomic_load_n(word, __ATOMIC_RELAXED);
+  for (;;) {
+    const uint32_t value = (ValueOf(seen) + OneSignal) | SignalledFlag;
+    const uint64_t next = (seen & ~uint64_t{UINT32_MAX}) | value;
+    if (__atomic_compare_exchange_n(word, &seen, next, /*weak*/ true, __ATOMIC_RELEASE,
+                                    __ATOMIC_RELAXED)) {
+      break;
+    }
+  }
+  // The event may be gone: what is left of it here is an address.
+  if (seen >= OneWaiter) FutexWake(ValueIn(word), woken, scope);
   return true;
 }
 
 bool TEvent::Reset() noexcept {
   if (!FState) return false;
-  __atomic_store_n(&FState->IsSignalled, 0, __ATOMIC_RELEASE);
+  __atomic_fetch_and(&FState->Word, ~uint64_t{SignalledFlag}, __ATOMIC_RELEASE);
   return true;
-}
-
-bool TEvent::TryTake() noexcept {
-  if (FState->IsManual) return __atomic_load_n(&FState->IsSignalled, __ATOMIC_SEQ_CST) != 0;
-  uint32_t expected = 1;
-  return __atomic_compare_exchange_n(&FState->IsSignalled, &expected, 0, /*weak*/ false,
-                                     __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
 }
 
 bool TEvent::Wait(uint32_t timeoutMs) noexcept {
   if (!FState) return false;
-  if (TryTake()) return true;
-  if (timeoutMs == 0) return false;
-  const TDeadline deadline(timeoutMs);
-  __atomic_add_fetch(&FState->Waiters, 1, __ATOMIC_SEQ_CST);
-  bool isTaken = false;
-  bool isInTime = true;
-  while (!(isTaken = TryTake()) && isInTime) {
-    isInTime = FutexWait(&FState->IsSignalled, 0, deadline, Scope());
-  }
-  __atomic_sub_fetch(&FState->Waiters, 1, __ATOMIC_RELAXED);
-  return isTaken;
+  const bool isManual = FState->IsManual;
+  return TakeInTime(&FState->Word, isManual ? 0 : SignalledFlag, timeoutMs, Scope(),
+                    [isManual](uint32_t value, uint32_t first) {
+                      const bool wasSignalled = (value ^ first) >= OneSignal;
+                      return (value & SignalledFlag) != 0 || (isManual && wasSignalled);
+                    });
 }
 
 TSemaphore::TSemaphore(int32_t initial, int32_t maximum) noexcept
-    : FCount(static_cast<uint32_t>(initial)),
+    : FWord(static_cast<uint32_t>(initial)),
       FMaximum(initial >= 0 && initial <= maximum ? maximum : 0) {}
 
 bool TSemaphore::Increment(int32_t count) noexcept {
   if (!IsValid() || count < 1 || count > FMaximum) return false;
-  uint32_t seen = __atomic_load_n(&FCount, __ATOMIC_RELAXED);
+  const auto room = static_cast<uint32_t>(FMaximum - count);
+  uint64_t seen = __atomic_load_n(&FWord, __ATOMIC_RELAXED);
   do {
-    if (seen > static_cast<uint32_t>(FMaximum - count)) return false;
-  } while (!__atomic_compare_exchange_n(&FCount, &seen, seen + static_cast<uint32_t>(count),
-                                        /*weak*/ true, __ATOMIC_SEQ_CST, __ATOMIC_RELAXED));
-  if (__atomic_load_n(&FWaiters, __ATOMIC_SEQ_CST) != 0) FutexWake(&FCount, count);
+    if (ValueOf(seen) > room) return false;
+  } while (!__atomic_compare_exchange_n(&FWord, &seen, seen + static_cast<uint32_t>(count),
+                                        /*weak*/ true, __ATOMIC_RELEASE, __ATOMIC_RELAXED));
+  if (seen >= OneWaiter) FutexWake(ValueIn(&FWord), count);
   return true;
 }
 
-bool TSemaphore::TryTake() noexcept {
-  uint32_t seen = __atomic_load_n(&FCount, __ATOMIC_SEQ_CST);
-  while (seen != 0) {
-    if (__atomic_compare_exchange_n(&FCount, &seen, seen - 1, /*weak*/ true, __ATOMIC_SEQ_CST,
-                                    __ATOMIC_SEQ_CST)) {
-      return true;
-    }
-  }
-  return false;
-}
-
 bool TSemaphore::Decrement(uint32_t timeoutMs) noexcept {
-  if (!IsValid()) return false;
-  if (TryTake()) return true;
-  if (timeoutMs == 0) return false;
-  const TDeadline deadline(timeoutMs);
-  __atomic_add_fetch(&FWaiters, 1, __ATOMIC_SEQ_CST);
-  bool isTaken = false;
-  bool isInTime = true;
-  while (!(isTaken = TryTake()) && isInTime) isInTime = FutexWait(&FCount, 0, deadline);
-  __atomic_sub_fetch(&FWaiters, 1, __ATOMIC_RELAXED);
-  return isTaken;
+  return IsValid() && TakeInTime(&FWord, 1, timeoutMs, TFutexScope::Process,
+                                 [](uint32_t count, uint32_t) { return count != 0; });
 }
 
 }  // namespace Talvo::Platform

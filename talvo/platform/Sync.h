@@ -33,7 +33,9 @@ class TCriticalSection {
   uint32_t FDepth = 0;  // the owner's
 };
 
-/// A flag to wait for. Automatic ones let one waiter through and fall back.
+/// A flag to wait for. Automatic ones let one waiter through and fall back; manual ones let through
+/// all that wait, also when a reset follows at once. Whoever has got through may end the event,
+/// though the call that signalled it has not returned.
 class TEvent {
  public:
   /// An empty name makes an event of its own. A name that is in use opens what is there, whose
@@ -45,14 +47,17 @@ class TEvent {
   bool Signal() noexcept;
   bool Reset() noexcept;
   bool Wait(uint32_t timeoutMs) noexcept;
+  /// A look that takes nothing: an automatic one may fall back the next moment.
+  bool IsSignalled() const noexcept {
+    return FState && (__atomic_load_n(&FState->Word, __ATOMIC_RELAXED) & SignalledFlag) != 0;
+  }
 
  private:
+  static constexpr uint32_t SignalledFlag = 1;
   struct TState {
-    uint32_t IsSignalled;  // atomic
-    uint32_t Waiters;      // atomic
+    uint64_t Word;  // atomic: the value, which is the flag and a count of signals; the waiters
     uint32_t IsManual;
   };
-  bool TryTake() noexcept;
   TFutexScope Scope() const noexcept {
     return FState == &FOwn ? TFutexScope::Process : TFutexScope::System;
   }
@@ -62,22 +67,20 @@ class TEvent {
   TState* FState;
 };
 
-/// A count that is waited for while it is 0.
+/// A count that is waited for while it is 0. Whoever has got through may end it, as with events.
 class TSemaphore {
  public:
   /// Valid when 0 <= initial <= maximum and maximum > 0.
   TSemaphore(int32_t initial, int32_t maximum) noexcept;
 
+  /// Nothing comes of a semaphore that is not.
   bool IsValid() const noexcept { return FMaximum > 0; }
   /// False, with no effect, when `count` is below 1 or leads past the maximum.
   bool Increment(int32_t count) noexcept;
   bool Decrement(uint32_t timeoutMs) noexcept;
 
  private:
-  bool TryTake() noexcept;
-
-  uint32_t FCount;        // atomic
-  uint32_t FWaiters = 0;  // atomic
+  uint64_t FWord;  // atomic: the value, which is the count, and the waiters
   int32_t FMaximum;
 };
 

@@ -82,12 +82,11 @@ TThreadEndNotice::TThreadEndNotice(void (*atEnd)(void* value)) noexcept {
   if (pthread_key_create(&FKey, atEnd) != 0) FKey = NoKey;
 }
 TThreadEndNotice::~TThreadEndNotice() {
-  pthread_key_delete(FKey);
   // Threads that outlive this module's statics may still ask; the key can be another module's.
-  FKey = NoKey;
+  pthread_key_delete(__atomic_exchange_n(&FKey, NoKey, __ATOMIC_RELAXED));
 }
 void TThreadEndNotice::Set(void* value) noexcept {
-  pthread_setspecific(FKey, value);
+  pthread_setspecific(__atomic_load_n(&FKey, __ATOMIC_RELAXED), value);
 }
 
 }  // namespace Talvo::Platform

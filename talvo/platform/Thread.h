@@ -25,7 +25,7 @@ class TThreadEndNotice {
   void Set(void* value) noexcept;
 
  private:
-  uint32_t FKey;
+  uint32_t FKey;  // atomic
 };
 
 }  // namespace Platform

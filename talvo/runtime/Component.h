@@ -34,6 +34,7 @@ class TALVO_API TComponent : public TPersistent {
   ~TComponent() override;
 
   TPersistent* GetOwner() const noexcept override { return FOwner; }
+  /// The component that this one belongs to; null when it stands alone.
   TComponent* Owner() const noexcept { return FOwner; }
   /// Empty until it is set.
   const string& Name() const noexcept { return FName; }

@@ -45,11 +45,18 @@ concept CallableAs = !std::is_member_pointer_v<F> &&
 template <class F, class R, class... A>
 class TCallable final : public TImplements<TInterfacedObject, IFunction<R(A...)>> {
  public:
+  static constexpr bool RecyclesMemory = true;
+
   template <class G>
   explicit TCallable(G&& code) : FCode(static_cast<G&&>(code)) {}
   R Invoke(A... arguments) override { return FCode(static_cast<A&&>(arguments)...); }
 
  private:
+  static void operator delete(void* memory) { GiveBlock<sizeof(TCallable)>(memory); }
+  static void operator delete(void* memory, size_t size, std::align_val_t alignment) {
+    TInterfacedObject::operator delete(memory, size, alignment);
+  }
+
   F FCode;
 };
 

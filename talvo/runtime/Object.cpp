@@ -14,12 +14,6 @@ void operator delete(void* memory, std::size_t size, std::align_val_t alignment)
 namespace Talvo {
 namespace {
 
-void Poison(void* memory, size_t size) noexcept {
-  std::memset(memory, 0xFF, size);
-  // Compilers drop a store to memory that is about to be freed; the barrier keeps it.
-  asm volatile("" : : "r"(memory) : "memory");
-}
-
 uint64_t Mix(uint64_t left, uint64_t right) noexcept {
   const auto product = static_cast<unsigned __int128>(left) * right;
   return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
@@ -59,6 +53,12 @@ void FreeInstance(void* memory, size_t size, size_t alignment) noexcept {
   }
 }
 
+void Poison(void* memory, size_t size) noexcept {
+  std::memset(memory, 0xFF, size);
+  // Compilers drop a store to memory that is about to be freed; the barrier keeps it.
+  asm volatile("" : : "r"(memory) : "memory");
+}
+
 }  // namespace Detail
 
 TObject::~TObject() = default;
@@ -77,21 +77,21 @@ void TObject::operator delete(void* memory, size_t size, std::align_val_t alignm
 }
 
 void TBasicObject::operator delete(void* memory, size_t size) {
-  Poison(memory, size);
+  Detail::Poison(memory, size);
   ::operator delete(memory, size);
 }
 void TBasicObject::operator delete(void* memory, size_t size, std::align_val_t alignment) {
-  Poison(memory, size);
+  Detail::Poison(memory, size);
   ::operator delete(memory, size, alignment);
 }
 
 void TBasicInterfacedObject::operator delete(void* memory, size_t size) {
-  Poison(memory, size);
+  Detail::Poison(memory, size);
   ::operator delete(memory, size);
 }
 void TBasicInterfacedObject::operator delete(void* memory, size_t size,
                                              std::align_val_t alignment) {
-  Poison(memory, size);
+  Detail::Poison(memory, size);
   ::operator delete(memory, size, alignment);
 }
 

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <new>
+#include <talvo/runtime/BlockStore.h>
 #include <talvo/runtime/Interface.h>
 #include <talvo/runtime/Reference.h>
 
@@ -192,8 +193,15 @@ class TOwn {
 
 namespace Detail {
 
-TALVO_API void* AllocateInstance(size_t size, size_t alignment);
-TALVO_API void FreeInstance(void* memory, size_t size, size_t alignment) noexcept;
+/// Fills the memory of an object that has ended with 0xFF.
+TALVO_API void Poison(void* memory, size_t size) noexcept;
+
+/// Classes of small objects that come and go in great number say so, and have an operator delete
+/// that ends in GiveBlock.
+template <class T>
+concept Recycled = alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__&& requires {
+  requires T::RecyclesMemory;
+};
 
 struct TObjectAccess {
   static void Complete(TObject& object) {
@@ -207,9 +215,10 @@ struct TObjectAccess {
 template <class T, class... A>
 T* NewInstance(A&&... arguments) {
   struct TMemory {
-    void* Place = AllocateInstance(sizeof(T), alignof(T));
+    void* Place = Recycled<T> ? TakeBlock<sizeof(T)>() : AllocateInstance(sizeof(T), alignof(T));
     ~TMemory() {
-      if (Place) FreeInstance(Place, sizeof(T), alignof(T));
+      if (!Place) return;
+      Recycled<T> ? GiveBlock<sizeof(T)>(Place) : FreeInstance(Place, sizeof(T), alignof(T));
     }
   } memory;
   T* object = ::new (memory.Place) T(static_cast<A&&>(arguments)...);

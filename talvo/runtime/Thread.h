@@ -50,7 +50,8 @@ class TALVO_API TThread : public TBasicObject {
   bool Terminated() const noexcept;
   /// Whether the thread has done all its work and sent its notices.
   bool Finished() const noexcept;
-  /// Blocks until the thread has ended. At once on that thread itself, and before it is started.
+  /// Blocks until the thread has ended. At once on that thread itself, before it is started, and in
+  /// a forked child, which has none of its parent's other threads.
   void WaitFor();
 
   /// The system's identifier; 0 before Start. Waits the moment that the system takes to start the

@@ -48,7 +48,14 @@ void Notify(const TMultiProc<>& procs) {
   procs.Notify();
 }
 
-thread_local string GName;
+// No thread_local with a destructor: its first use on a thread waits for a dlclose that is under
+// way, which may wait for that very thread.
+constinit thread_local string* GName = nullptr;
+
+void ForgetName(void* name) {
+  GName = nullptr;
+  delete static_cast<string*>(name);
+}
 
 }  // namespace
 
@@ -79,11 +86,17 @@ void ThreadEndNotify() {
 string GetCurrentThreadName() {
   const uint32_t id = CurrentThreadId();
   if (id == MainThreadId()) return u"MainThread";
-  return GName.empty() ? UIntToStr(id) : GName;
+  return !GName || GName->empty() ? UIntToStr(id) : *GName;
 }
 
 void SetCurrentThreadName(string name) {
-  GName.swap(name);
+  static Platform::TThreadEndNotice notice(ForgetName);
+  if (!GName) {
+    if (name.empty()) return;
+    GName = new string;
+    notice.Set(GName);
+  }
+  GName->swap(name);
 }
 
 }  // namespace Talvo

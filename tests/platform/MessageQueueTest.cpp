@@ -11,6 +11,7 @@
 #include <future>
 #include <stdexcept>
 #include <tests/TestTypes.h>
+#include <tests/threading/Workers.h>
 #include <thread>
 #include <vector>
 
@@ -169,13 +170,17 @@ TEST(MessageQueueTest, WindowsEndWhileAndAfterTheirThreadIsInTheHandler) {
   const TWindowHandle busy = first.get_future().get(), idle = second.get_future().get();
   PostMessage(busy, Number, 1, 0);
   entered.get_future().wait();
-  std::thread releaser([&] {
-    while (PostMessage(busy, Number, 2, 0)) std::this_thread::yield();
-    mayLeave.set_value();
-  });
-  DeallocateHWnd(busy);
-  EXPECT_TRUE(hasLeft) << "waits until the handler has been left";
-  releaser.join();
+  Testing::TWorker closers[2];
+  for (Testing::TWorker& closer : closers) {
+    closer.Start([&] {
+      DeallocateHWnd(busy);
+      EXPECT_TRUE(hasLeft) << "waits until the handler has been left";
+    });
+    closer.WaitUntilBlocked();
+  }
+  EXPECT_FALSE(PostMessage(busy, Number, 2, 0));
+  mayLeave.set_value();
+  for (Testing::TWorker& closer : closers) closer.Wait();
   EXPECT_TRUE(PostThreadMessage(thread, WM_QUIT, 0, 0));
   owner.join();
   EXPECT_EQ(notes.Numbers, std::vector{1});

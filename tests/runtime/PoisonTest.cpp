@@ -20,6 +20,8 @@ struct TExpected {
   bool IsPoisoned = false;
 } GExpected;
 
+int64_t GAllocations = 0;
+
 void Look(void* memory, std::size_t size) {
   if (!memory || memory != GExpected.Memory) return;
   const auto* bytes = static_cast<const unsigned char*>(memory);
@@ -32,6 +34,7 @@ void Look(void* memory, std::size_t size) {
 }  // namespace
 
 [[gnu::noinline]] void* operator new(std::size_t size) {
+  ++GAllocations;
   if (void* memory = std::malloc(size)) return memory;
   throw std::bad_alloc();
 }
@@ -110,6 +113,24 @@ TEST(PoisonTest, SectionsTooWhoseMemoryIsKeptForTheNext) {
                           [](unsigned char byte) { return byte == 0xFF; }));
   section = lock->ReadLock();
   EXPECT_EQ(bytes, dynamic_cast<void*>(ObjectOf(section)));
+
+  const auto nest = [&](auto&& self, int depth) -> void {
+    const auto nested = depth % 2 ? lock->WriteLock() : lock->ReadLock();
+    if (depth > 0) self(self, depth - 1);
+  };
+  nest(nest, 5);
+  const int64_t before = GAllocations;
+  for (int i = 0; i < 100; ++i) nest(nest, 5);
+  EXPECT_EQ(before, GAllocations);
+}
+
+TEST(PoisonTest, ExecutionsTooWhoseMemoryGoesRound) {
+  const TRef<IExecutor> pool = TThreadPoolExecutor::Make(0);
+  TRef<IExecution> execution = pool->Execute([] {});
+  execution->Terminate();
+  const auto* bytes = static_cast<const unsigned char*>(dynamic_cast<void*>(ObjectOf(execution)));
+  execution = nullptr;
+  EXPECT_TRUE(std::all_of(bytes, bytes + 64, [](unsigned char byte) { return byte == 0xFF; }));
 }
 
 TEST(PoisonTest, OnlyWhatDerivesFromTheBasicClasses) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <latch>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <talvo/runtime/Exceptions.h>
@@ -206,6 +207,23 @@ TEST(ThreadTest, SetsPriorities) {
   EXPECT_GE(first, 10);
   thread->SetPriority(tpHighest);  // of nobody
   EXPECT_EQ(thread->GetPriority(), tpHighest);
+}
+
+TEST(ThreadTest, ForkedChildrenHaveNoneToWaitFor) {
+  std::latch mayEnd(1);
+  auto thread = Create<TTestThread>([&] { mayEnd.wait(); });
+  EXPECT_NE(thread->ThreadID(), 0u);
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(60);
+    thread->WaitFor();
+    thread = nullptr;
+    _exit(0);
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  mayEnd.count_down();
 }
 
 }  // namespace

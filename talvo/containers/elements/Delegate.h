@@ -7,6 +7,7 @@
 
 namespace Talvo {
 
+/// Any thread may call.
 class Delegate {
  public:
   Delegate() = delete;

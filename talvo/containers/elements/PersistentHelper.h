@@ -6,6 +6,7 @@
 
 namespace Talvo {
 
+/// Looks at the component tree, which belongs to one thread at a time.
 class TALVO_API TPersistentHelper {
  public:
   TPersistentHelper() = delete;

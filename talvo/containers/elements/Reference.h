@@ -23,6 +23,7 @@ class IReferenceInterface : public virtual IInterface {
   T Value() const { return GetValue(); }
 };
 
+/// The cell.
 template <class T>
 class TReferenceInterface final
     : public TImplements<TBasicInterfacedObject, IReferenceInterface<T>> {

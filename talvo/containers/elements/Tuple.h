@@ -23,6 +23,7 @@ class TTuple;
 template <class... T>
 struct TRecTuple;
 
+/// Two items. They are answered as copies.
 template <class T1, class T2>
 class ITuple<T1, T2> : public virtual IInterface {
   TALVO_INTERFACE(ITuple, IInterface);
@@ -36,6 +37,7 @@ class ITuple<T1, T2> : public virtual IInterface {
   T2 Item2() const { return GetItem2(); }
 };
 
+/// Three items. They are answered as copies.
 template <class T1, class T2, class T3>
 class ITuple<T1, T2, T3> : public virtual IInterface {
   TALVO_INTERFACE(ITuple, IInterface);
@@ -52,8 +54,10 @@ class ITuple<T1, T2, T3> : public virtual IInterface {
   T3 Item3() const { return GetItem3(); }
 };
 
+/// Two items, compared one after the other.
 template <class T1, class T2>
 struct TRecTuple<T1, T2> {
+  /// The default values until they are set.
   T1 Item1{};
   T2 Item2{};
 
@@ -62,8 +66,10 @@ struct TRecTuple<T1, T2> {
   friend bool operator==(const TRecTuple&, const TRecTuple&) = default;
 };
 
+/// Three items, compared one after the other.
 template <class T1, class T2, class T3>
 struct TRecTuple<T1, T2, T3> {
+  /// The default values until they are set.
   T1 Item1{};
   T2 Item2{};
   T3 Item3{};
@@ -80,6 +86,7 @@ class TTuple<T1, T2> final : public TImplements<TBasicInterfacedObject, ITuple<T
  public:
   using TInterface = ITuple<T1, T2>;
 
+  /// A tuple of these items.
   TTuple(T1 item1, T2 item2) : FItems(std::move(item1), std::move(item2)) {}
   static TRef<TInterface> Make(T1 item1, T2 item2) {
     return Create<TTuple>(std::move(item1), std::move(item2));
@@ -94,11 +101,13 @@ class TTuple<T1, T2> final : public TImplements<TBasicInterfacedObject, ITuple<T
   const TRecTuple<T1, T2> FItems;
 };
 
+/// The class behind ITuple.
 template <class T1, class T2, class T3>
 class TTuple<T1, T2, T3> final : public TImplements<TBasicInterfacedObject, ITuple<T1, T2, T3>> {
  public:
   using TInterface = ITuple<T1, T2, T3>;
 
+  /// A tuple of these items.
   TTuple(T1 item1, T2 item2, T3 item3)
       : FItems(std::move(item1), std::move(item2), std::move(item3)) {}
   static TRef<TInterface> Make(T1 item1, T2 item2, T3 item3) {

@@ -13,6 +13,7 @@ class TALVO_API TDirectExecutor : public TImplements<TBasicNoCreateInterfacedObj
   class TExecution;
 
   explicit TDirectExecutor(TDoNotUseThis) noexcept;
+  /// `CreateObject` answers the class, `Make` the interface.
   static TRef<TDirectExecutor> CreateObject();
   static TRef<IExecutor> Make();
 

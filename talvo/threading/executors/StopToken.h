@@ -8,7 +8,8 @@
 //   });
 //   stop.request_stop();             // returns at once
 //
-// A header of its own: <stop_token> is a large one.
+// A stop request reaches code in a pool while it runs, as Terminate does not. A header of its own:
+// <stop_token> is a large one.
 
 #include <stop_token>
 #include <talvo/threading/executors/Executor.h>
@@ -35,7 +36,7 @@ class TStoppableExecution final : public TImplements<TBasicInterfacedObject, IEx
 
 /// Has the executor run code that a stop request calls off: when its turn comes after the request
 /// it does not run, and while it runs it may look at IsTerminated, which is true from the request
-/// on. The execution ends when its turn has come, in whatever way.
+/// on. The request does not shorten WaitFor: the execution is completed when its turn has come.
 inline TRef<IExecution> ExecuteUntil(const TRef<IExecutor>& executor, std::stop_token stop,
                                      TProc<> executeLambda) {
   Assert(executor && executeLambda);

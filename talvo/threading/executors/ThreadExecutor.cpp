@@ -38,16 +38,17 @@ void TThreadExecutor::TExecution::Construct() {
 
 void TThreadExecutor::TExecution::Run(TProc<> lambda, TConstProc<TRef<IExecution>> lambdaSelf) {
   // Code that raises has ended too; the thread swallows what it raised.
-  struct TCompleted {
-    Platform::TEvent& Event;
-    ~TCompleted() { Event.Signal(); }
-  } completed{FCompletedEvent};
-  if (lambda) {
-    lambda.Invoke();
-    lambda = nullptr;
+  struct TEnd {
+    Platform::TEvent& Completed;
+    ~TEnd() { Completed.Signal(); }
+  } end{FCompletedEvent};
+  // What the code holds ends before anybody hears that it has run.
+  const TProc<> plain = std::move(lambda);
+  const TConstProc<TRef<IExecution>> withSelf = std::move(lambdaSelf);
+  if (plain) {
+    plain.Invoke();
   } else {
-    lambdaSelf.Invoke(TRef<IExecution>(*this));
-    lambdaSelf = nullptr;
+    withSelf.Invoke(TRef<IExecution>(*this));
   }
 }
 

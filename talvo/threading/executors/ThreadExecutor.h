@@ -54,7 +54,7 @@ class TALVO_API TThreadExecutor : public TBasicThreadExecutor,
   TThreadPriority FPriority = tpIdle;  // atomic
 };
 
-/// Code with its thread. Terminate ends the thread.
+/// Code with its thread. Terminate ends the thread, and IsTerminated is true while it waits for it.
 class TALVO_API TThreadExecutor::TExecution final
     : public TImplements<TBasicInterfacedObject, IExecution> {
  public:

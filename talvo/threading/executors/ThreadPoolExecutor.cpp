@@ -2,18 +2,46 @@
 #include <talvo/threading/executors/ThreadPoolExecutor.h>
 
 #include <algorithm>
+#include <climits>
+#include <mutex>
 #include <vector>
-#include <talvo/containers/list/LinkedNodes.h>
+#include <talvo/platform/Futex.h>
+#include <talvo/platform/Thread.h>
 #include <talvo/threading/Guard.h>
 #include <talvo/threading/threads/SwallowedExceptions.h>
+#include <talvo/threading/threads/WorkQueue.h>
 
 namespace Talvo {
+namespace {
+
+// Held by whoever follows a task to where it waits. Pools and their threads do not end meanwhile.
+// The lock order is this one, then a pool's section.
+constinit std::mutex GWithdrawal;
+
+}  // namespace
 
 // --- The parts ----------------------------------------------------------------------------------
 
-/// What a pool, its threads and its executions share: it outlives the pool as long as one of them
-/// needs it. The lock order is Section, then a thread's own.
-class TThreadPoolExecutor::TPool final : public TInterfacedObject {
+/// Tasks in their order; each is owned.
+class TThreadPoolExecutor::TTasks {
+ public:
+  bool IsEmpty() const noexcept { return !FFirst; }
+  TExecution& First() const noexcept { return *FFirst; }
+  void Add(TRef<TExecution> task) noexcept;
+  TRef<TExecution> Take(TExecution& task) noexcept;
+  /// The tasks, which are in no pool any more.
+  TTasks Leave() noexcept;
+
+ private:
+  TExecution* FFirst = nullptr;
+  TExecution* FLast = nullptr;  // says nothing while FFirst is null
+};
+
+/// What a pool and its threads share: it outlives the pool as long as a thread needs it.
+///
+/// The queues of the threads are guarded by the pool's section too, so that work is handed out, and
+/// its place found again, in one stay.
+class TThreadPoolExecutor::TPool final : public TInterfacedObject, public Detail::TWorkSource {
  public:
   TPool(TComponent* owner, int32_t count) : FOwner(owner), FCount(count) {}
 
@@ -22,123 +50,392 @@ class TThreadPoolExecutor::TPool final : public TInterfacedObject {
   void SetPriority(TThreadPriority value);
 
   void Add(const TRef<TExecution>& task);
-  void Remove(const IExecutionExt* task);
+  void Remove(TExecution& task);
   void ProcessQueue();
+  void AddMore() noexcept override;
   void End();
 
   Platform::TCriticalSection Section;
 
+ protected:
+  void BeforeDestruction() override {
+    const std::lock_guard<std::mutex> nobodyComes(GWithdrawal);
+    TInterfacedObject::BeforeDestruction();
+  }
+
  private:
-  bool DispatchOne();
-  IProcessingThread* FindThread() const;
-  IProcessingThread* NewThread();
-  void OnEmpty(IProcessingThread& thread);
+  friend class TExecution;
+  class TInside;
+  class TWakeUp;
+
+  void Dispatch(TWakeUp& wakeUp);
+  void Give(TRef<TWorkItem::TTarget>& item, TExecution& task, TWorker& worker, TWakeUp& wakeUp);
+  TWorker* FindThread() const;
+  TWorker* NewThread();
+  void OnEmpty(TWorker& worker);
+  bool HasSurplus() const { return static_cast<int64_t>(FThreads.size()) > FCount; }
+  void NoteMore();
 
   TComponent* const FOwner;
   // All guarded by Section.
   int32_t FCount;
   uint32_t FGroupSize = 0;
   TThreadPriority FPriority = tpIdle;
-  std::vector<TRef<IProcessingThread>> FThreads;  // in the order in which they were made
-  Detail::TLinkedNodes<TRef<TExecution>> FTasks;  // not given to a thread yet
+  std::vector<TRef<TWorker>> FThreads;  // in the order in which they were made
+  TTasks FTasks;                        // not given to a thread yet
+  // Atomic: whether there is something to do for a thread that has run dry. What was done before
+  // the thread found its queue empty shows here; later work goes to that thread anyway.
+  bool FHasMore = false;
+};
+
+/// A thread of the pool.
+class TThreadPoolExecutor::TWorker final : public TProcessingThread {
+ public:
+  TWorker(const TComponent* owner, const TRef<Detail::TWorkQueue>& queue,
+          Platform::TCriticalSection& section)
+      : TProcessingThread(owner, u"TProcessingThread", queue), Queue(*queue), Section(section) {}
+
+  void End();
+
+  Detail::TWorkQueue& Queue;            // the base's
+  Platform::TCriticalSection& Section;  // the pool's
+
+ protected:
+  /// A thread that has left the pool ends on itself: behind a turn, not within one.
+  void ExecuteLoop() override {
+    const TRef<TWorker> self(*this);
+    TProcessingThread::ExecuteLoop();
+  }
+  void BeforeDestruction() override {
+    TProcessingThread::BeforeDestruction();
+    const std::lock_guard<std::mutex> nobodyComes(GWithdrawal);
+  }
 };
 
 /// Code on its way through the pool; it is its own work item at the thread.
+///
+/// Whoever sets Begun has the code: to run it, or to see that it never runs. Small on purpose: a
+/// flood of tasks costs what its memory costs.
 class TThreadPoolExecutor::TExecution final
     : public TImplements<TBasicInterfacedObject, IExecutionExt, TWorkItem::TTarget> {
  public:
-  TExecution(TRef<TPool> owner, TProc<> lambda, TConstProc<TRef<IExecution>> lambdaSelf)
-      : FOwner(std::move(owner)), FLambda(std::move(lambda)), FLambdaSelf(std::move(lambdaSelf)) {}
+  static constexpr bool RecyclesMemory = true;
 
-  bool WaitFor(uint32_t timeoutMs) override { return FCompletedEvent.Wait(timeoutMs); }
+  TExecution(TPool& pool, TProc<> lambda) noexcept
+      : FPlace(PlaceOf(&pool, InPool)), FLambda(std::move(lambda)) {}
+  TExecution(TPool& pool, TConstProc<TRef<IExecution>> lambda) noexcept
+      : FState(GetsSelf), FPlace(PlaceOf(&pool, InPool)), FLambdaSelf(std::move(lambda)) {}
+  ~TExecution() override;
+
+  bool WaitFor(uint32_t timeoutMs) override { return Wait(Completed, timeoutMs); }
   void Terminate() override;
-  bool IsTerminated() override { return __atomic_load_n(&FTerminated, __ATOMIC_ACQUIRE); }
+  bool IsTerminated() override { return State() & Terminated; }
   void SetThread(TRef<IProcessingThread> thread) override;
   void Invoke(const TRef<IProcessingThread>& thread, bool isRun) override;
 
-  /// Lets go what the code holds. It has run, or never will.
-  void DropCode();
-  /// SetThread for a task that has been taken out of the pool, inside its section.
-  void GiveTo(IProcessingThread& thread);
+  /// Lets go what the code holds, if it has not begun: it never will.
+  void Drop();
 
  private:
-  TWorkItem ThreadLambda() { return TWorkItem(TRef<TWorkItem::TTarget>(*this)); }
+  friend class TPool;
+  friend class TTasks;
+  class TOnThread;
+  using TItem = TRef<TWorkItem::TTarget>;
 
-  Platform::TEvent FCompletedEvent{{}, /*isManual*/ true, /*isSignalled*/ false};
-  const TRef<TPool> FOwner;
-  // One of the two, until it has run.
-  TProc<> FLambda;
-  TConstProc<TRef<IExecution>> FLambdaSelf;
-  TRef<IProcessingThread> FThread;  // guarded by the pool's section; set once
-  bool FTerminated = false;         // atomic
-  bool FIsRunning = false;          // belongs to the thread that runs it
+  enum : uint32_t {
+    Begun = 1,
+    Ended = 2,      // the code has returned, or raised, or been let go
+    Completed = 4,  // what WaitFor waits for
+    Terminated = 8,
+    Awaited = 16,  // somebody sleeps until one of those is set
+    GetsSelf = 32  // which kind of code it is; set from the beginning
+  };
+  // Where a task is, beside a pointer. The first two do not count as references.
+  enum : uintptr_t {
+    InPool = 0,       // in the list of this pool
+    AtWorker = 1,     // in the queue of this thread of the pool
+    AtThread = 2,     // given to this thread by SetThread
+    OutOfPool = 3,    // removed from this pool
+    KindOfPlace = 3,  // the bits
+    Nowhere = 0       // has begun, or never will
+  };
+  static uintptr_t PlaceOf(void* pointer, uintptr_t kind) noexcept {
+    return reinterpret_cast<uintptr_t>(pointer) | kind;
+  }
+  template <class T>
+  static T* At(uintptr_t place) noexcept {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the kind lives in the pointer
+    return reinterpret_cast<T*>(place & ~KindOfPlace);
+  }
+  uintptr_t Place() const noexcept { return __atomic_load_n(&FPlace, __ATOMIC_ACQUIRE); }
+  void SetPlace(uintptr_t place) noexcept { __atomic_store_n(&FPlace, place, __ATOMIC_RELEASE); }
+  static bool IsCounted(uintptr_t place) noexcept { return (place & KindOfPlace) >= AtThread; }
+  static void ReleasePlace(uintptr_t place) noexcept;
+
+  uint32_t State() const noexcept { return __atomic_load_n(&FState, __ATOMIC_ACQUIRE); }
+  bool TryBegin() noexcept {
+    return !(__atomic_fetch_or(&FState, Begun, __ATOMIC_ACQ_REL) & Begun);
+  }
+  void Run();
+  void Withdraw();
+  void LeavePool() noexcept;
+  void LetCodeGo() noexcept;
+  void Set(uint32_t flags) noexcept;
+  bool Wait(uint32_t flag, uint32_t timeoutMs) noexcept;
+  TWorkItem ThreadLambda() { return TWorkItem(TItem(*this)); }
+
+  static void operator delete(void* memory) {
+    Detail::Poison(memory, sizeof(TExecution));
+    Detail::GiveBlock<sizeof(TExecution)>(memory);
+  }
+
+  uint32_t FState = 0;  // atomic
+  // Atomic. Followed under GWithdrawal; set inside the pool's section, or under GWithdrawal where
+  // it is counted, or to nowhere.
+  uintptr_t FPlace;
+  union {
+    TProc<> FLambda;
+    TConstProc<TRef<IExecution>> FLambdaSelf;
+  };
+  // The neighbours in the pool's list, guarded by its section.
+  TExecution* FPrevious = nullptr;
+  TExecution* FNext = nullptr;
 };
+
+/// Has the code of an execution on the calling thread, for as long as it stands.
+class TThreadPoolExecutor::TExecution::TOnThread {
+ public:
+  explicit TOnThread(const TExecution& execution) noexcept
+      : FExecution(&execution), FOuter(std::exchange(GInnermost, this)) {}
+  TOnThread(const TOnThread&) = delete;
+  ~TOnThread() { GInnermost = FOuter; }
+
+  static bool Is(const TExecution& execution) noexcept {
+    const TOnThread* at = GInnermost;
+    while (at && at->FExecution != &execution) at = at->FOuter;
+    return at;
+  }
+
+ private:
+  static constinit thread_local TOnThread* GInnermost __attribute__((tls_model("initial-exec")));
+  const TExecution* const FExecution;
+  TOnThread* const FOuter;
+};
+
+constinit thread_local TThreadPoolExecutor::TExecution::TOnThread*
+    TThreadPoolExecutor::TExecution::TOnThread::GInnermost
+    __attribute__((tls_model("initial-exec"))) = nullptr;
+
+static_assert(sizeof(TThreadPoolExecutor::TExecution) == 64);
+
+// --- The list -----------------------------------------------------------------------------------
+
+void TThreadPoolExecutor::TTasks::Add(TRef<TExecution> task) noexcept {
+  TExecution* added = task.Detach();
+  added->FPrevious = FFirst ? FLast : nullptr;
+  (FFirst ? FLast->FNext : FFirst) = added;
+  FLast = added;
+}
+
+TRef<TThreadPoolExecutor::TExecution> TThreadPoolExecutor::TTasks::Take(TExecution& task) noexcept {
+  (task.FPrevious ? task.FPrevious->FNext : FFirst) = task.FNext;
+  (task.FNext ? task.FNext->FPrevious : FLast) = task.FPrevious;
+  task.FPrevious = task.FNext = nullptr;
+  return TRef<TExecution>::Adopt(&task);
+}
+
+TThreadPoolExecutor::TTasks TThreadPoolExecutor::TTasks::Leave() noexcept {
+  for (TExecution* task = FFirst; task; task = task->FNext) task->LeavePool();
+  return std::exchange(*this, {});
+}
 
 // --- The execution ------------------------------------------------------------------------------
 
-void TThreadPoolExecutor::TExecution::SetThread(TRef<IProcessingThread> thread) {
-  const Detail::TInside inside(FOwner->Section);
-  Assert(thread && !FThread);
-  GiveTo(*thread);
-  FOwner->Remove(this);
+TThreadPoolExecutor::TExecution::~TExecution() {
+  LetCodeGo();
+  if (IsCounted(FPlace)) ReleasePlace(FPlace);
 }
 
-void TThreadPoolExecutor::TExecution::GiveTo(IProcessingThread& thread) {
-  thread.Process(ThreadLambda());
-  FThread = TRef(thread);
+void TThreadPoolExecutor::TExecution::ReleasePlace(uintptr_t place) noexcept {
+  if ((place & KindOfPlace) == AtThread) {
+    At<IProcessingThread>(place)->Release();
+  } else {
+    At<TPool>(place)->Release();
+  }
+}
+
+/// It is where nothing has to be taken out any more. A thread that it was given to stays.
+void TThreadPoolExecutor::TExecution::LeavePool() noexcept {
+  if (!IsCounted(Place())) SetPlace(Nowhere);
+}
+
+void TThreadPoolExecutor::TExecution::LetCodeGo() noexcept {
+  if (State() & GetsSelf) {
+    FLambdaSelf = nullptr;
+  } else {
+    FLambda = nullptr;
+  }
+}
+
+void TThreadPoolExecutor::TExecution::Set(uint32_t flags) noexcept {
+  if (__atomic_fetch_or(&FState, flags, __ATOMIC_ACQ_REL) & Awaited) {
+    Platform::FutexWake(&FState, INT_MAX);
+  }
+}
+
+bool TThreadPoolExecutor::TExecution::Wait(uint32_t flag, uint32_t timeoutMs) noexcept {
+  if (__atomic_load_n(&FState, __ATOMIC_ACQUIRE) & flag) return true;
+  if (timeoutMs == 0) return false;
+  const Platform::TDeadline deadline(timeoutMs);
+  for (uint32_t looks = Platform::SpinLooks(); looks > 0; --looks) {
+    Platform::SpinRest();
+    if (__atomic_load_n(&FState, __ATOMIC_ACQUIRE) & flag) return true;
+  }
+  for (bool isInTime = true;;) {
+    const uint32_t seen = __atomic_or_fetch(&FState, Awaited, __ATOMIC_ACQ_REL);
+    if (seen & flag) return true;
+    if (!isInTime) return false;
+    isInTime = Platform::FutexWait(&FState, seen, deadline);
+  }
 }
 
 void TThreadPoolExecutor::TExecution::Invoke(const TRef<IProcessingThread>&, bool isRun) {
-  if (!isRun) return;
-  // Code that raises has ended too; the thread swallows what it raised.
-  struct TRun {
+  if (!isRun) return Drop();
+  const bool isMine = TryBegin();
+  LeavePool();
+  if (isMine) Run();
+}
+
+/// Code that raises has ended too; the thread swallows what it raised.
+void TThreadPoolExecutor::TExecution::Run() {
+  struct TEnd {
     TExecution& Self;
-    ~TRun() {
-      Self.FIsRunning = false;
-      Self.FCompletedEvent.Signal();
-    }
-  } run{*this};
-  FIsRunning = true;
-  if (TProc<> lambda = std::move(FLambda)) return lambda.Invoke();
-  TConstProc<TRef<IExecution>> lambdaSelf = std::move(FLambdaSelf);
-  lambdaSelf.Invoke(TRef<IExecution>(*this));
+    ~TEnd() { Self.Set(Ended | Completed); }
+  } end{*this};
+  const TOnThread onThread(*this);
+  // What the code holds ends before anybody hears that it has run.
+  if (State() & GetsSelf) {
+    const TConstProc<TRef<IExecution>> lambda = std::move(FLambdaSelf);
+    lambda.Invoke(TRef<IExecution>(*this));
+  } else {
+    const TProc<> lambda = std::move(FLambda);
+    lambda.Invoke();
+  }
+}
+
+void TThreadPoolExecutor::TExecution::Drop() {
+  if (!TryBegin()) return LeavePool();
+  const TRef<TExecution> self(*this);  // the code may hold the last reference
+  LeavePool();
+  {
+    const TOnThread onThread(*this);
+    LetCodeGo();
+  }
+  Set(Ended);
 }
 
 void TThreadPoolExecutor::TExecution::Terminate() {
-  // Before the wait: the code may look at it, to end early.
-  __atomic_store_n(&FTerminated, true, __ATOMIC_RELEASE);
   const TRef<TExecution> self(*this);
-  TRef<IProcessingThread> thread;
-  {
-    const Detail::TInside inside(FOwner->Section);
-    thread = FThread;
-    if (!thread) FOwner->Remove(this);
+  // Before the wait: the code may look at it, to end early.
+  Set(Terminated);
+  if (TryBegin()) {
+    const TOnThread onThread(*this);
+    Withdraw();
+    LetCodeGo();
+  } else if (TOnThread::Is(*this)) {
+    return;  // it ends when it returns
+  } else {
+    Wait(Ended, Platform::NoTimeLimit);
   }
-  if (thread) {
-    if (thread->IsInThread() && FIsRunning) return;  // it ends when it returns
-    thread->Cancel(ThreadLambda());
-  }
-  DropCode();
-  FCompletedEvent.Signal();
+  Set(Ended | Completed);
 }
 
-void TThreadPoolExecutor::TExecution::DropCode() {
-  TProc<> lambda;  // these end outside the section
-  TConstProc<TRef<IExecution>> lambdaSelf;
-  const Detail::TInside inside(FOwner->Section);
-  lambda = std::move(FLambda);
-  lambdaSelf = std::move(FLambdaSelf);
+/// Takes the task out of where it waits. It never runs: this call has the code.
+void TThreadPoolExecutor::TExecution::Withdraw() {
+  TRef<TExecution> waiting;        // ends outside the locks
+  TRef<IProcessingThread> thread;  // whose locks are others
+  {
+    const std::lock_guard<std::mutex> placesStay(GWithdrawal);
+    uintptr_t place = Place();
+    if (place != Nowhere && !IsCounted(place)) {
+      const Detail::TInside inside((place & KindOfPlace) == InPool ? At<TPool>(place)->Section
+                                                                   : At<TWorker>(place)->Section);
+      // The pool may have given it to a thread, and the thread may have come to it.
+      place = Place();
+      if ((place & KindOfPlace) == AtWorker) {
+        At<TWorker>(place)->Queue.RemoveInside(this);
+      } else if (place != Nowhere) {
+        waiting = At<TPool>(place)->FTasks.Take(*this);
+      }
+      SetPlace(Nowhere);
+    } else if ((place & KindOfPlace) == AtThread) {
+      thread = TRef(*At<IProcessingThread>(place));
+    }
+  }
+  if (thread) thread->Cancel(ThreadLambda());
+}
+
+void TThreadPoolExecutor::TExecution::SetThread(TRef<IProcessingThread> thread) {
+  TRef<TExecution> waiting;  // these end outside the locks
+  TRef<TPool> outOf;
+  {
+    const std::lock_guard<std::mutex> placesStay(GWithdrawal);
+    const uintptr_t place = Place();
+    TPool* pool = At<TPool>(place);
+    Assert(thread && place != Nowhere);
+    if ((place & KindOfPlace) == OutOfPool) {
+      outOf = TRef<TPool>::Adopt(pool);
+    } else {
+      Assert((place & KindOfPlace) == InPool);
+      const Detail::TInside inside(pool->Section);
+      Assert(Place() == place);
+      waiting = pool->FTasks.Take(*this);
+    }
+    SetPlace(PlaceOf(TRef(thread).Detach(), AtThread));
+  }
+  thread->Process(ThreadLambda());
 }
 
 // --- The pool -----------------------------------------------------------------------------------
 
+/// Wakes the threads that were given work, outside the section as far as it goes.
+class TThreadPoolExecutor::TPool::TWakeUp {
+ public:
+  TWakeUp() = default;
+  TWakeUp(const TWakeUp&) = delete;
+  ~TWakeUp() {
+    if (FQueue) FQueue->Wake();
+  }
+  void Add(Detail::TWorkQueue& queue) {
+    if (FQueue) FQueue->Wake();
+    FQueue = TRef(queue);
+  }
+
+ private:
+  TRef<Detail::TWorkQueue> FQueue;
+};
+
+/// A stay in the section that changes the threads, the tasks or their limits.
+class TThreadPoolExecutor::TPool::TInside {
+ public:
+  explicit TInside(TPool& pool) : FPool(pool) { FPool.Section.Enter(); }
+  TInside(const TInside&) = delete;
+  ~TInside() {
+    FPool.NoteMore();
+    FPool.Section.Leave();
+  }
+
+ private:
+  TPool& FPool;
+};
+
 void TThreadPoolExecutor::TPool::SetCount(int32_t value) {
-  const Detail::TInside inside(Section);
+  const TInside inside(*this);
   FCount = value;
 }
 
 void TThreadPoolExecutor::TPool::SetGroupSize(uint32_t value) {
-  const Detail::TInside inside(Section);
+  const TInside inside(*this);
   FGroupSize = value;
 }
 
@@ -150,60 +447,101 @@ void TThreadPoolExecutor::TPool::SetPriority(TThreadPriority value) {
 }
 
 void TThreadPoolExecutor::TPool::Add(const TRef<TExecution>& task) {
-  const Detail::TInside inside(Section);
-  Detail::TLinkedNodes<TRef<TExecution>>::TChain added(FTasks);
-  added.Add(task);
-  FTasks.LinkLast(added);
+  TRef<TExecution> failed;
+  TWakeUp wakeUp;
+  const TInside inside(*this);
+  bool isListed = false;
   try {
-    while (DispatchOne()) {
+    // What nothing waits in front of goes to a thread at once.
+    if (TWorker* worker = FTasks.IsEmpty() ? FindThread() : nullptr) {
+      TExecution::TItem item(*task);
+      return Give(item, *task, *worker, wakeUp);
     }
+    FTasks.Add(task);
+    isListed = true;
+    Dispatch(wakeUp);
   } catch (...) {
-    Remove(task.Get());
+    if (isListed) failed = FTasks.Take(*task);
+    task->LeavePool();
     throw;
   }
 }
 
-void TThreadPoolExecutor::TPool::Remove(const IExecutionExt* task) {
+void TThreadPoolExecutor::TPool::Remove(TExecution& task) {
+  TRef<TExecution> removed;
+  const std::lock_guard<std::mutex> placesStay(GWithdrawal);
   const Detail::TInside inside(Section);
-  FTasks.RemoveOne([&](const TRef<TExecution>& item) { return item.Get() == task; });
+  if (task.Place() != TExecution::PlaceOf(this, TExecution::InPool)) return;
+  removed = FTasks.Take(task);
+  task.SetPlace(TExecution::PlaceOf(TRef(*this).Detach(), TExecution::OutOfPool));
 }
 
 void TThreadPoolExecutor::TPool::ProcessQueue() {
-  for (;;) {
-    const Detail::TInside inside(Section);
-    if (!DispatchOne()) return;
+  TWakeUp wakeUp;
+  const TInside inside(*this);
+  Dispatch(wakeUp);
+}
+
+/// A thread has worked off its queue and stays.
+void TThreadPoolExecutor::TPool::AddMore() noexcept {
+  if (HasSurplus()) return;
+  try {
+    TWakeUp wakeUp;
+    Dispatch(wakeUp);
+  } catch (...) {
+    // It fails again in OnEmpty, which can tell.
+  }
+  NoteMore();
+}
+
+void TThreadPoolExecutor::TPool::NoteMore() {
+  const bool hasMore = !FTasks.IsEmpty() || HasSurplus();
+  if (FHasMore != hasMore) __atomic_store_n(&FHasMore, hasMore, __ATOMIC_RELAXED);
+}
+
+/// Gives the waiting tasks to the first threads that take more. Inside the section.
+void TThreadPoolExecutor::TPool::Dispatch(TWakeUp& wakeUp) {
+  while (!FTasks.IsEmpty()) {
+    TWorker* worker = FindThread();
+    if (!worker) worker = NewThread();
+    if (!worker) return;
+    // The list's reference goes along, once there is memory for a place in the queue.
+    TExecution& task = FTasks.First();
+    struct TLent {
+      TExecution::TItem Item;
+      ~TLent() { Item.Detach(); }
+    } lent{TExecution::TItem::Adopt(&task)};
+    Give(lent.Item, task, *worker, wakeUp);
+    FTasks.Take(task).Detach();
   }
 }
 
-/// Gives the first waiting task to the first thread that takes more. Inside the section.
-bool TThreadPoolExecutor::TPool::DispatchOne() {
-  if (FTasks.Count() == 0) return false;
-  IProcessingThread* thread = FindThread();
-  if (!thread) thread = NewThread();
-  if (!thread) return false;
-  TRef<TExecution> task;
-  FTasks.PopFirst(task);
-  task->GiveTo(*thread);
-  return true;
+void TThreadPoolExecutor::TPool::Give(TExecution::TItem& item, TExecution& task, TWorker& worker,
+                                      TWakeUp& wakeUp) {
+  if (worker.Queue.AddInside(item)) wakeUp.Add(worker.Queue);
+  task.SetPlace(TExecution::PlaceOf(&worker, TExecution::AtWorker));
 }
 
-IProcessingThread* TThreadPoolExecutor::TPool::FindThread() const {
+TThreadPoolExecutor::TWorker* TThreadPoolExecutor::TPool::FindThread() const {
   for (const auto& thread : FThreads) {
-    if (int64_t{thread->GetCountWaiting()} <= int64_t{FGroupSize}) return thread.Get();
+    if (thread->Queue.IsWithin(FGroupSize)) return thread.Get();
   }
   return nullptr;
 }
 
 /// Null when the limit is reached, or when the system gives no more threads and there are some.
-IProcessingThread* TThreadPoolExecutor::TPool::NewThread() {
+TThreadPoolExecutor::TWorker* TThreadPoolExecutor::TPool::NewThread() {
   if (static_cast<int64_t>(FThreads.size()) >= FCount) return nullptr;
   try {
     FThreads.reserve(FThreads.size() + 1);
-    const TRef<IProcessingThread> made = TProcessingThread::Make(
-        FOwner,
-        [self = TRef(*this)](const TRef<IProcessingThread>& thread) { self->OnEmpty(*thread); });
+    auto queue = Create<Detail::TWorkQueue>(
+        TProcWithProcessingThread([self = TRef(*this)](const TRef<IProcessingThread>& thread) {
+          self->OnEmpty(static_cast<TWorker&>(*thread->GetInstance()));
+        }),
+        &Section, this);
+    TRef<TWorker> made = Create<TWorker>(FOwner, std::move(queue), Section);
     made->SetPriority(FPriority);
-    FThreads.push_back(made);
+    FThreads.push_back(std::move(made));
   } catch (...) {
     if (FThreads.empty()) throw;
     return nullptr;  // those there are do the work
@@ -211,19 +549,21 @@ IProcessingThread* TThreadPoolExecutor::TPool::NewThread() {
   return FThreads.back().Get();
 }
 
-/// A thread has worked off its queue. Those too many end, one at a time.
-void TThreadPoolExecutor::TPool::OnEmpty(IProcessingThread& thread) {
-  TRef<IProcessingThread> surplus;
+/// A thread has worked off its queue. Those too many end, one at a time; without a pool, all.
+void TThreadPoolExecutor::TPool::OnEmpty(TWorker& worker) {
+  if (!__atomic_load_n(&FHasMore, __ATOMIC_RELAXED)) return;
+  TRef<TWorker> surplus;
   {
-    const Detail::TInside inside(Section);
-    const auto found = std::ranges::find(FThreads, &thread, &TRef<IProcessingThread>::Get);
-    if (static_cast<int64_t>(FThreads.size()) > FCount && found != FThreads.end()) {
+    const TInside inside(*this);
+    const auto found = std::ranges::find(FThreads, &worker, &TRef<TWorker>::Get);
+    if (found == FThreads.end()) {
+      surplus = TRef(worker);
+    } else if (HasSurplus()) {
       surplus = std::move(*found);
       FThreads.erase(found);
     }
   }
-  // Executions that were at this thread may hold it: it has to be told. What it was given
-  // meanwhile runs here.
+  // What it was given meanwhile runs here.
   if (surplus) surplus->Terminate();
   try {
     ProcessQueue();
@@ -235,19 +575,30 @@ void TThreadPoolExecutor::TPool::OnEmpty(IProcessingThread& thread) {
 
 void TThreadPoolExecutor::TPool::End() {
   decltype(FThreads) threads;
-  std::vector<TRef<TExecution>> dropped;  // ends outside the section, with what its code holds
+  TTasks dropped;
   {
-    const Detail::TInside inside(Section);
-    dropped.resize(FTasks.Count());
-    for (TRef<TExecution>& task : dropped) FTasks.PopFirst(task);
-    FCount = 0;
+    const TInside inside(*this);
+    dropped = FTasks.Leave();
+    FCount = -1;  // too many is any thread
     threads.swap(FThreads);
   }
   for (const auto& thread : threads) {
-    thread->Terminate();
-    thread->Clear();  // what was queued holds on to the thread
+    // The thread that drops the pool runs what it has, behind the code it is in.
+    if (!thread->IsInThread()) thread->End();
   }
-  for (const auto& task : dropped) task->DropCode();
+  while (!dropped.IsEmpty()) dropped.Take(dropped.First())->Drop();
+}
+
+/// Ends the thread behind the code that runs. What waits is told that it will not run.
+void TThreadPoolExecutor::TWorker::End() {
+  Terminate();
+  for (TRef<TWorkItem::TTarget> item;; item = nullptr) {
+    {
+      const Detail::TInside inside(Section);
+      if (!Queue.PopInside(item)) return;
+    }
+    item->Invoke(TRef<IProcessingThread>(*this), /*isRun*/ false);
+  }
 }
 
 // --- The executor -------------------------------------------------------------------------------
@@ -276,17 +627,15 @@ TRef<IThreadPoolExecutor> TThreadPoolExecutor::MakeComponent(TComponent* owner, 
 
 TRef<IExecution> TThreadPoolExecutor::Execute(TProc<> executeLambda) {
   Assert(static_cast<bool>(executeLambda));
-  return Queue(std::move(executeLambda), nullptr);
+  return Queue(Create<TExecution>(*FPool, std::move(executeLambda)));
 }
 
 TRef<IExecution> TThreadPoolExecutor::Execute(TConstProc<TRef<IExecution>> executeLambda) {
   Assert(static_cast<bool>(executeLambda));
-  return Queue(nullptr, std::move(executeLambda));
+  return Queue(Create<TExecution>(*FPool, std::move(executeLambda)));
 }
 
-TRef<IExecution> TThreadPoolExecutor::Queue(TProc<> lambda,
-                                            TConstProc<TRef<IExecution>> lambdaSelf) {
-  TRef<TExecution> task = Create<TExecution>(FPool, std::move(lambda), std::move(lambdaSelf));
+TRef<IExecution> TThreadPoolExecutor::Queue(TRef<TExecution> task) {
   FPool->Add(task);
   return task;
 }
@@ -312,7 +661,7 @@ void TThreadPoolExecutor::ProcessQueue() {
 }
 
 void TThreadPoolExecutor::RemoveTask(const TRef<IExecutionExt>& task) {
-  FPool->Remove(task.Get());
+  if (auto* own = ObjectAs<TExecution>(task)) FPool->Remove(*own);
 }
 
 void TThreadPoolExecutor::BeforeDestruction() {

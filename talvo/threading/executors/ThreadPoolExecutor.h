@@ -17,7 +17,12 @@
 namespace Talvo {
 
 /// The pool. Its last reference waits for the work that is running; work that has not begun never
-/// runs then, and WaitFor of it does not return without a time limit unless it is terminated.
+/// runs then, and WaitFor of it does not return without a time limit unless it is terminated. Work
+/// that drops the last reference itself is not waited for: its thread runs what waits behind it and
+/// ends. Two pools that are dropped by each other's work wait for each other.
+///
+/// Terminate of an execution takes it out of the pool in constant time, and out of the queue of a
+/// thread in the time that the queue is long. While it waits for code that runs, the pool is open.
 class TALVO_API TThreadPoolExecutor
     : public TImplements<TBasicThreadExecutor, IThreadPoolExecutor>,
       public TThreadExecutorMakers<TThreadPoolExecutor, IThreadPoolExecutor> {
@@ -49,7 +54,8 @@ class TALVO_API TThreadPoolExecutor
 
   /// Hands out waiting work as far as it goes.
   void ProcessQueue();
-  /// Takes work that waits in the pool out of it.
+  /// Takes work that waits in the pool out of it. It runs no more, unless SetThread gives it to a
+  /// thread. Work that a thread has already stays there.
   void RemoveTask(const TRef<IExecutionExt>& task);
 
  protected:
@@ -57,8 +63,10 @@ class TALVO_API TThreadPoolExecutor
 
  private:
   class TPool;
+  class TTasks;
+  class TWorker;
 
-  TRef<IExecution> Queue(TProc<> lambda, TConstProc<TRef<IExecution>> lambdaSelf);
+  TRef<IExecution> Queue(TRef<TExecution> task);
 
   const TRef<TPool> FPool;
 };
@@ -66,7 +74,8 @@ class TALVO_API TThreadPoolExecutor
 /// An execution that a pool gives to a thread.
 class TThreadPoolExecutor::IExecutionExt : public virtual IExecution {
   TALVO_INTERFACE(IExecutionExt, IExecution);
-  /// Queues the code at `thread`. An assertion failure when it was given to one already.
+  /// Queues the code at `thread`. An assertion failure when it was given to one already, or called
+  /// off, or its pool has ended.
   virtual void SetThread(TRef<IProcessingThread> thread) = 0;
 };
 

@@ -2,13 +2,10 @@
 #include <talvo/threading/lock/Lock.h>
 
 #include <climits>
-#include <new>
-#include <talvo/platform/Barrier.h>
-#include <talvo/platform/Thread.h>
 #include <talvo/runtime/Checked.h>
 #include <talvo/runtime/Exceptions.h>
 #include <talvo/threading/lock/LockSections.h>
-#include <talvo/threading/lock/LockThread.h>
+#include <talvo/threading/lock/LockWindow.h>
 
 namespace Talvo {
 
@@ -19,52 +16,10 @@ namespace {
 // How long the death of an owner may go unnoticed.
 constexpr uint32_t LookAgainMs = 20;
 
-TLockThread* OwnerOf(uintptr_t state) noexcept {
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): the flags live in the pointer
-  return reinterpret_cast<TLockThread*>(state & ~uintptr_t{3});
-}
-
-/// The half of the word that sleepers watch.
-const uint32_t* WatchedHalf(const uintptr_t& state) noexcept {
-  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
-  return reinterpret_cast<const uint32_t*>(&state);
-}
-
-void Wake(const uintptr_t& state, int32_t count) noexcept {
-  Platform::FutexWake(WatchedHalf(state), count);
-}
-
 /// What begins at 1 ms and ends at 20 ms: a request that waits looks for stops so often.
 constexpr uint32_t LongestSliceMs = 20;
 
 }  // namespace
-
-/// The time in which a thread uses the counters as the owner. Whoever freezes the lock waits for
-/// its end; inside, a look at the state tells whether the lock is frozen already.
-class TLock::TWindow {
- public:
-  TWindow(TLockThread& self, const TLock* lock) noexcept : FSelf(self) {
-    FSelf.SetBusy(lock);
-    Platform::LightBarrier();
-  }
-  ~TWindow() { FSelf.SetBusy(nullptr); }
-  TWindow(const TWindow&) = delete;
-  TWindow& operator=(const TWindow&) = delete;
-
- private:
-  TLockThread& FSelf;
-};
-
-class TLock::TIntGuard {
- public:
-  explicit TIntGuard(TLock& lock) : FLock(lock) { FLock.IntLock(); }
-  ~TIntGuard() { FLock.IntUnlock(); }
-  TIntGuard(const TIntGuard&) = delete;
-  TIntGuard& operator=(const TIntGuard&) = delete;
-
- private:
-  TLock& FLock;
-};
 
 TLock::TLock() noexcept : TImplements(Do_Not_Use_This) {
   MayDeferEnd();
@@ -100,54 +55,19 @@ void TLock::IntUnlock() {
 
 TLockCounters TLock::Counters() {
   const TIntGuard guard(*this);
+  // A forked child goes on with what its thread owned, under another identifier.
+  const uint32_t owner = IsOwner(TLockThread::Current()) ? CurrentThreadId() : FOwningThread;
   return {FCountLocks, FCountStopLocks, FCountStopLocksOwner,
-          __atomic_load_n(&FInStopCount, __ATOMIC_RELAXED), FOwningThread};
+          __atomic_load_n(&FInStopCount, __ATOMIC_RELAXED), owner};
 }
 
 // ---- Taking the lock --------------------------------------------------------------------------
 
-bool TLock::IsOwner(const TLockThread& self) const noexcept {
-  return OwnerOf(__atomic_load_n(&FState, __ATOMIC_RELAXED)) == &self;
-}
-
-bool TLock::IsStopping() const noexcept {
-  return __atomic_load_n(&FInStopCount, __ATOMIC_ACQUIRE) > 0;
-}
-
-/// What needs no waiting and no IntLock: the owner's next level, or a lock that is free.
-inline bool TLock::TryBegin(TLockThread& self, uint32_t keepers) {
-  const uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_RELAXED);
-  if (OwnerOf(seen) == &self) {
-    const TWindow window(self, this);
-    const uintptr_t state = __atomic_load_n(&FState, __ATOMIC_ACQUIRE);
-    if ((state & ~uintptr_t{SleepersFlag}) != reinterpret_cast<uintptr_t>(&self)) return false;
-    if (FCountLocks <= 0 || FCountLocks == INT32_MAX) return false;
-    ++FCountLocks;
-    FKeepers += keepers;
-    return true;
-  }
-  return seen == 0 && !IsStopping() && TryOwn(self, seen, 0, keepers);
-}
-
-/// Makes the caller the owner, one level deep, when the state is still `seen`.
-inline bool TLock::TryOwn(TLockThread& self, uintptr_t seen, uintptr_t flags, uint32_t keepers) {
+void TLock::RaiseFull() {
   {
-    const TWindow window(self, this);
-    const uintptr_t mine = reinterpret_cast<uintptr_t>(&self) | flags | (seen & ~OwnerMask);
-    if (!__atomic_compare_exchange_n(&FState, &seen, mine, /*weak*/ false, __ATOMIC_SEQ_CST,
-                                     __ATOMIC_RELAXED)) {
-      return false;
-    }
-    self.CountTaken();
-    FOwningThread = CurrentThreadId();
-    if (FCountLocks != INT32_MAX) [[likely]] {
-      ++FCountLocks;
-      FKeepers += keepers;
-      return true;
-    }
+    const TIntGuard guard(*this);
+    SetFree();
   }
-  const TIntGuard guard(*this);
-  SetFree();
   RaiseIntOverflow();
 }
 
@@ -178,8 +98,9 @@ bool TLock::TryTake(TLockThread& self, uintptr_t flags, uint32_t keepers) {
   for (;;) {
     const uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_ACQUIRE);
     const TLockThread* owner = OwnerOf(seen);
-    if (owner == &self) return TryDeepen(self, keepers, /*heedsStop*/ false);
-    if (owner) {
+    if (owner == &self) {
+      if (TryDeepen(self, keepers, /*heedsStop*/ false)) return true;
+    } else if (owner) {
       if (!owner->IsDead()) return false;
       SetFreeOfDead();
     } else if ((seen & FrozenFlag) && !FIntLockSection.IsHeldByCaller()) {
@@ -211,7 +132,7 @@ bool TLock::Acquire(TLockThread& self, uint32_t timeoutMs, bool heedsStop, uint3
     uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_RELAXED);
     // A stop that came in between has looked for sleepers already.
     if (!OwnerOf(seen) || !FlagSleepers(seen) || isRefused()) continue;
-    Platform::FutexWait(WatchedHalf(FState), static_cast<uint32_t>(seen),
+    Platform::FutexWait(WatchedHalf(), static_cast<uint32_t>(seen),
                         deadline.WithinSlice(LookAgainMs));
   }
   PassWakeOn();
@@ -235,49 +156,22 @@ void TLock::PassWakeOn() noexcept {
   while (OwnerOf(seen)) {
     if (FlagSleepers(seen)) return;
   }
-  Wake(FState, 1);
+  Wake(1);
 }
 
 // ---- Letting it go ----------------------------------------------------------------------------
-
-/// Leaves the lock without an owner; true when somebody sleeps. The caller is inside a window as
-/// the owner, or inside IntLock.
-inline bool TLock::DropOwner() noexcept {
-  uintptr_t seen = __atomic_load_n(&FState, __ATOMIC_RELAXED);
-  while (!__atomic_compare_exchange_n(&FState, &seen, seen & FrozenFlag, /*weak*/ false,
-                                      __ATOMIC_RELEASE, __ATOMIC_RELAXED)) {
-  }
-  return (seen & SleepersFlag) != 0;
-}
-
-/// The end of a level without IntLock: nobody else has anything to be paid.
-inline bool TLock::TryEnd(TLockThread& self, uint32_t keepers) noexcept {
-  if (!IsOwner(self)) return false;
-  bool wakes;
-  {
-    const TWindow window(self, this);
-    const uintptr_t state = __atomic_load_n(&FState, __ATOMIC_ACQUIRE);
-    if ((state & ~uintptr_t{SleepersFlag}) != reinterpret_cast<uintptr_t>(&self)) return false;
-    if (FCountLocks <= 0 || (FCountStopLocks | FCountStopLocksOwner) != 0 || FIsDropped) {
-      return false;
-    }
-    FKeepers -= keepers;
-    if (--FCountLocks > 0) return true;
-    FOwningThread = 0;
-    self.CountReleased();
-    wakes = DropOwner();
-  }
-  // The lock may be gone: what is left of it here is an address.
-  if (wakes) Wake(FState, 1);
-  return true;
-}
 
 /// Inside IntLock: leaves the lock without an owner, whoever that is.
 void TLock::SetFree() noexcept {
   TLockThread* owner = OwnerOf(__atomic_load_n(&FState, __ATOMIC_RELAXED));
   FOwningThread = 0;
-  if (DropOwner()) Wake(FState, 1);
+  if (DropOwner()) Wake(1);
   if (owner) owner->CountReleasedByOther();
+}
+
+/// Inside IntLock, behind an end: the owner stays as long as anything of its own is open.
+void TLock::SetFreeWithoutLevel() noexcept {
+  if (FCountLocks == 0 && FCountStopLocksOwner == 0) SetFree();
 }
 
 /// Looks again inside IntLock: while the lock has this owner, its identity is nobody else's.
@@ -308,13 +202,16 @@ void TLock::CountEndOfWrite(const TLockThread& self) {
   } else {
     CheckedDec(FCountLocks);
   }
-  if (FCountLocks == 0 && FCountStopLocksOwner == 0) SetFree();
+  SetFreeWithoutLevel();
+}
+
+void TLock::EndSection() noexcept {
+  TLockThread& self = TLockThread::Current();
+  if (!TryEnd(self, 0)) EndSlowly(self, /*isKeeper*/ false);
 }
 
 /// The end of a read or write section; `isKeeper` for one that the lock counts.
-void TLock::EndSection(bool isKeeper) noexcept {
-  TLockThread& self = TLockThread::Current();
-  if (TryEnd(self, isKeeper)) return;
+void TLock::EndSlowly(const TLockThread& self, bool isKeeper) noexcept {
   bool isOver;
   {
     const TIntGuard guard(*this);
@@ -341,7 +238,7 @@ void TLock::CountStop(int32_t change) {
 /// From here on others are refused. Those that sleep look up and leave.
 void TLock::AnnounceStop() {
   CountStop(1);
-  if (__atomic_load_n(&FState, __ATOMIC_SEQ_CST) & SleepersFlag) Wake(FState, INT_MAX);
+  if (__atomic_load_n(&FState, __ATOMIC_SEQ_CST) & SleepersFlag) Wake(INT_MAX);
 }
 
 void TLock::BeginStop() {
@@ -368,7 +265,7 @@ void TLock::EndStop() {
   } else {
     CheckedDec(FCountLocks);
   }
-  if (FCountLocks == 0 && FCountStopLocksOwner == 0) SetFree();
+  SetFreeWithoutLevel();
 }
 
 // ---- Giving up and taking back ----------------------------------------------------------------
@@ -399,15 +296,15 @@ void TLock::IntBeginWrite(int32_t countLocks, int32_t countOtherLocks) {
   }
   const TIntGuard guard(*this);
   try {
+    // Without levels the caller stays the owner all the same, until the next end on its thread.
     const int32_t others = CheckedAdd(FCountStopLocks, countOtherLocks);
     FCountLocks = CheckedAdd(FCountLocks, CheckedSub(countLocks, 1));
     FCountStopLocks = others;
   } catch (const EIntOverflow&) {
-    CountEndOfWrite(self);
+    --FCountLocks;
+    SetFreeWithoutLevel();
     throw;
   }
-  // Who had no level does not keep the lock for the sections of others.
-  if (countLocks == 0 && FCountLocks == 0 && IsOwner(self)) SetFree();
 }
 
 // ---- Sections ---------------------------------------------------------------------------------
@@ -439,37 +336,17 @@ bool TLock::BeginSection(const TRef<IBasicLock>& unlockLock, TRef<ILockSection>&
   return true;
 }
 
-template <class TSection>
-inline TRef<ILockSection> TLock::NewSection() {
-  TLockThread& self = TLockThread::Current();
-  struct TMemory {
-    TLockThread& Self;
-    void* Place = Self.TakeMemory();
-    ~TMemory() {
-      if (Place) Self.ReturnMemory(Place);
-    }
-  } memory{self};
-  if (!TryBegin(self, 1)) [[unlikely]] {
-    TRef<ILockSection> none;
-    if (!WaitForTurn(self, 1, {}, none)) return {};
-  }
-  return TRef<ILockSection>::Adopt(::new (std::exchange(memory.Place, nullptr)) TSection(*this));
-}
-
-TRef<ILockSection> TLock::ReadLock() {
-  return NewSection<TSimpleReadLockSection>();
-}
-TRef<ILockSection> TLock::WriteLock() {
-  return NewSection<TSimpleWriteLockSection>();
-}
-TRef<ILockSection> TLock::StopLock() {
-  return TSimpleStopLockSection::Make(TRef<IBasicLock>(*this));
-}
-TRef<ILockSection> TLock::UnlockAll() {
-  return TSimpleUnlockSection::Make(TRef<IBasicLock>(*this));
-}
-TRef<ILockSection> TLock::UnlockAllLockInOrder(const TRef<IBasicLock>& firstLock) {
-  return TSimpleUnlockSection::Make(TRef<IBasicLock>(*this), firstLock);
+/// A refused section is one without a hold that ends at once. That comes to nothing, unless the
+/// caller is an owner without a level, who sets the lock free by it, or debts have been overpaid.
+void TLock::CountRefused(const TLockThread& self) {
+  // What is looked at here changes only inside IntLock, or on this thread: nobody is held off.
+  FIntLockSection.Enter();
+  const bool comesToNothing = !IsOwner(self) && FCountStopLocks >= 0;
+  FIntLockSection.Leave();
+  if (comesToNothing) return;
+  const TIntGuard guard(*this);
+  CheckedInc(IsOwner(self) ? FCountStopLocksOwner : FCountStopLocks);
+  CountEndOfWrite(self);
 }
 
 }  // namespace Talvo

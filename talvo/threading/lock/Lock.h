@@ -76,9 +76,10 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   /// or a change of several. May be nested, never held across a wait; the leaver is who entered.
   void IntLock();
   void IntUnlock();
-  /// Takes back `countLocks` levels and `countOtherLocks` sections without a hold. When a stop is
-  /// under way all levels are owed without a hold; `countOtherLocks` is added then only for the
-  /// owner, and for others when `countLocks` is 0.
+  /// Takes back `countLocks` levels and `countOtherLocks` sections without a hold; nothing for 0
+  /// and 0. With 0 levels the caller owns the lock too, until something ends on its thread. When a
+  /// stop is under way all levels are owed without a hold; `countOtherLocks` is added then only for
+  /// the owner, and for others when `countLocks` is 0.
   void IntBeginWrite(int32_t countLocks, int32_t countOtherLocks);
 
  protected:
@@ -92,25 +93,37 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   friend class TSimpleUnlockSection;
   class TWindow;
   class TIntGuard;
+  template <class TSection>
+  class TKept;
   enum : uintptr_t { FrozenFlag = 1, SleepersFlag = 2, OwnerMask = ~uintptr_t{3} };
 
+  static Detail::TLockThread* OwnerOf(uintptr_t state) noexcept;
+  const uint32_t* WatchedHalf() const noexcept;
+  void Wake(int32_t count) const noexcept;
   bool IsOwner(const Detail::TLockThread& self) const noexcept;
   bool IsStopping() const noexcept;
 
+  // Without IntLock.
+  void EndKept(Detail::TLockThread& self) noexcept;
+  bool IsMine(const Detail::TLockThread& self) const noexcept;
   bool TryBegin(Detail::TLockThread& self, uint32_t keepers);
   bool TryOwn(Detail::TLockThread& self, uintptr_t seen, uintptr_t flags, uint32_t keepers);
+  bool TryEnd(Detail::TLockThread& self, uint32_t keepers) noexcept;
+  bool DropOwner() noexcept;
+
   bool BeginSlowly(Detail::TLockThread& self, uint32_t timeoutMs, bool heedsStop, uint32_t keepers);
   bool TryDeepen(Detail::TLockThread& self, uint32_t keepers, bool heedsStop);
   bool TryTake(Detail::TLockThread& self, uintptr_t flags, uint32_t keepers);
   bool Acquire(Detail::TLockThread& self, uint32_t timeoutMs, bool heedsStop, uint32_t keepers);
   bool FlagSleepers(uintptr_t& seen) noexcept;
   void PassWakeOn() noexcept;
+  [[noreturn]] void RaiseFull();
 
-  bool TryEnd(Detail::TLockThread& self, uint32_t keepers) noexcept;
-  bool DropOwner() noexcept;
   void SetFree() noexcept;
+  void SetFreeWithoutLevel() noexcept;
   void SetFreeOfDead() noexcept;
   void CountEndOfWrite(const Detail::TLockThread& self);
+  void EndSlowly(const Detail::TLockThread& self, bool isKeeper) noexcept;
 
   void CountStop(int32_t change);
   void AnnounceStop();
@@ -120,8 +133,10 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   TRef<ILockSection> NewSection();
   bool WaitForTurn(Detail::TLockThread& self, uint32_t keepers, const TRef<IBasicLock>& unlockLock,
                    TRef<ILockSection>& unlockSection);
+  void CountRefused(const Detail::TLockThread& self);
   bool BeginSection(const TRef<IBasicLock>& unlockLock, TRef<ILockSection>& unlockSection);
-  void EndSection(bool isKeeper) noexcept;
+  bool BeginKept(Detail::TLockThread& self);
+  void EndSection() noexcept;
 
   // The owner and two flags, in one word. Changed by atomic steps only; while it is frozen, only
   // the thread inside FIntLockSection changes the owner, and that thread alone uses the counters.

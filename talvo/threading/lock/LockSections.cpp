@@ -2,10 +2,14 @@
 #include <talvo/threading/lock/LockSections.h>
 
 #include <cstring>
+#include <new>
 #include <talvo/runtime/Exceptions.h>
-#include <talvo/threading/lock/LockThread.h>
+#include <talvo/threading/lock/LockWindow.h>
 
 namespace Talvo {
+
+using Detail::TLockThread;
+
 namespace {
 
 TLock* InstanceOf(const TRef<IBasicLock>& lock) {
@@ -15,23 +19,13 @@ TLock* InstanceOf(const TRef<IBasicLock>& lock) {
   return instance;
 }
 
-// Both kinds are stored alike for the sections to come.
-static_assert(sizeof(TSimpleReadLockSection) == Detail::TLockThread::SectionSize);
-static_assert(sizeof(TSimpleWriteLockSection) == Detail::TLockThread::SectionSize);
-
-void StoreMemory(void* memory) noexcept {
-  std::memset(memory, 0xFF, Detail::TLockThread::SectionSize);
-  // Keeps the fill, which nobody seems to read.
-  asm volatile("" : : "r"(memory) : "memory");
-  Detail::TLockThread::Current().ReturnMemory(memory);
-}
-
-/// For destructors: there is nobody to tell that a count has come to its end, where it stays.
+/// For destructors: there is nobody to tell that a count has come to its end, where it stays, or
+/// that another lock cannot be had.
 template <class TCode>
 void Quietly(TCode code) noexcept {
   try {
     code();
-  } catch (const EIntOverflow&) {
+  } catch (...) {
   }
 }
 
@@ -48,15 +42,7 @@ void TSimpleReadLockSection::Construct() {
 }
 
 TSimpleReadLockSection::~TSimpleReadLockSection() {
-  if (FOwner) FOwner->EndSection(!FOwnerIntf);
-}
-
-void TSimpleReadLockSection::operator delete(void* memory, size_t size) {
-  if (size == sizeof(TSimpleReadLockSection)) {
-    StoreMemory(memory);
-  } else {
-    TBasicInterfacedObject::operator delete(memory, size);
-  }
+  if (FOwner) FOwner->EndSection();
 }
 
 TSimpleWriteLockSection::TSimpleWriteLockSection(TRef<IBasicLock> lock,
@@ -70,15 +56,7 @@ void TSimpleWriteLockSection::Construct() {
 }
 
 TSimpleWriteLockSection::~TSimpleWriteLockSection() {
-  if (FOwner) FOwner->EndSection(!FOwnerIntf);
-}
-
-void TSimpleWriteLockSection::operator delete(void* memory, size_t size) {
-  if (size == sizeof(TSimpleWriteLockSection)) {
-    StoreMemory(memory);
-  } else {
-    TBasicInterfacedObject::operator delete(memory, size);
-  }
+  if (FOwner) FOwner->EndSection();
 }
 
 TSimpleStopLockSection::TSimpleStopLockSection(TRef<IBasicLock> lock) noexcept
@@ -113,8 +91,69 @@ void TSimpleUnlockSection::Construct() {
 TSimpleUnlockSection::~TSimpleUnlockSection() {
   if (!FOwner) return;
   TRef<ILockSection> first;
-  if (FFirstLockIntf) first = FFirstLockIntf->WriteLock();
+  if (FFirstLockIntf) Quietly([&] { first = FFirstLockIntf->WriteLock(); });
   Quietly([this] { FOwner->IntBeginWrite(FCountLocks, FCountOtherLocks); });
+}
+
+// ---- What locks make --------------------------------------------------------------------------
+
+/// A section that its lock counts, in memory that threads keep for sections. As a class that nobody
+/// else knows it is made by plain stores.
+template <class TSection>
+class __attribute__((visibility("hidden"))) TLock::TKept final : public TSection {
+ public:
+  explicit TKept(TLock& owner) noexcept : TSection(owner) {}
+
+ protected:
+  // Ends the section without the destructors: of what they would let go it has nothing.
+  static void operator delete(TKept* section, std::destroying_delete_t) {
+    static_assert(sizeof(TKept) == TLockThread::SectionSize);
+    TLockThread& self = TLockThread::Current();
+    section->FOwner->EndKept(self);
+    std::memset(static_cast<void*>(section), 0xFF, sizeof(TKept));
+    // Keeps the fill, which nobody seems to read.
+    asm volatile("" : : "r"(section) : "memory");
+    self.ReturnMemory(section);
+  }
+};
+
+template <class TSection>
+[[gnu::always_inline]] inline TRef<ILockSection> TLock::NewSection() {
+  TLockThread& self = TLockThread::Current();
+  struct TMemory {
+    TLockThread& Self;
+    void* Place = Self.TakeMemory();
+    ~TMemory() {
+      if (Place) Self.ReturnMemory(Place);
+    }
+  } memory{self};
+  if (!TryBegin(self, 1) && !BeginKept(self)) return {};
+  void* place = std::exchange(memory.Place, nullptr);
+  return TRef<ILockSection>::Adopt(::new (place) TKept<TSection>(*this));
+}
+
+/// Waits for a turn of a section that the lock counts; false when it is refused.
+bool TLock::BeginKept(TLockThread& self) {
+  TRef<ILockSection> none;
+  if (WaitForTurn(self, 1, {}, none)) return true;
+  CountRefused(self);
+  return false;
+}
+
+TRef<ILockSection> TLock::ReadLock() {
+  return NewSection<TSimpleReadLockSection>();
+}
+TRef<ILockSection> TLock::WriteLock() {
+  return NewSection<TSimpleWriteLockSection>();
+}
+TRef<ILockSection> TLock::StopLock() {
+  return TSimpleStopLockSection::Make(TRef<IBasicLock>(*this));
+}
+TRef<ILockSection> TLock::UnlockAll() {
+  return TSimpleUnlockSection::Make(TRef<IBasicLock>(*this));
+}
+TRef<ILockSection> TLock::UnlockAllLockInOrder(const TRef<IBasicLock>& firstLock) {
+  return TSimpleUnlockSection::Make(TRef<IBasicLock>(*this), firstLock);
 }
 
 }  // namespace Talvo

@@ -39,15 +39,13 @@ class TALVO_API TSimpleReadLockSection : public TLockSection {
   bool IsLocked() const noexcept { return FLocked; }
 
  protected:
-  void Construct() override;
-  static void operator delete(void* memory, size_t size);
-
- private:
-  friend class TLock;
   explicit TSimpleReadLockSection(TLock& owner) noexcept : FOwner(&owner), FLocked(true) {}
+  void Construct() override;
 
   TRef<IBasicLock> FOwnerIntf;  // empty when the lock itself counts the section
   TLock* FOwner = nullptr;      // null until the section has begun
+
+ private:
   TRef<IBasicLock> FUnlockLock;
   TRef<ILockSection> FUnlockSection;
   bool FLocked = false;
@@ -66,14 +64,11 @@ class TALVO_API TSimpleWriteLockSection : public TSimpleLockSection {
   bool IsLocked() const noexcept { return FLocked; }
 
  protected:
-  void Construct() override;
-  static void operator delete(void* memory, size_t size);
-
- private:
-  friend class TLock;
   explicit TSimpleWriteLockSection(TLock& owner) noexcept
       : TSimpleLockSection(owner), FLocked(true) {}
+  void Construct() override;
 
+ private:
   TRef<IBasicLock> FUnlockLock;
   TRef<ILockSection> FUnlockSection;
   bool FLocked = false;

@@ -41,10 +41,11 @@ void TLockThread::AtEnd(void* thread) {
 
 /// Makes the identity of a thread that has ended fit for another one, once it owns nothing.
 void TLockThread::Retire() noexcept {
-  if (!IsDead() || FTaken != __atomic_load_n(&FReleased, __ATOMIC_SEQ_CST)) return;
-  // Of several that come here, one goes on.
-  if (!__atomic_exchange_n(&FIsDead, false, __ATOMIC_SEQ_CST)) return;
+  if (!IsDead()) return;
+  // Of several that come here one goes on, before another thread begins with the identity.
   const std::lock_guard<std::mutex> guard(GFreeLock);
+  if (!IsDead() || FTaken != __atomic_load_n(&FReleased, __ATOMIC_SEQ_CST)) return;
+  __atomic_store_n(&FIsDead, false, __ATOMIC_SEQ_CST);
   FNextFree = GFree;
   GFree = this;
 }

@@ -82,16 +82,14 @@ void TAnimationClockThread::DoTerminate() {
 }
 
 void TAnimationClockThread::ExecuteLoop() {
-  if (!FEnabled->WaitFor(0)) {
-    FGridRate = 0;
-    FEnabled->WaitFor(NoTimeLimit);
-  }
+  FEnabled->WaitFor(NoTimeLimit);
   if (IsTerminated() || !WaitForNextTick() || !FEnabled->WaitFor(0) || IsTerminated()) return;
   const TProc<> onTick = FOnTick;  // the call may end this object
   onTick.Invoke();
 }
 
-/// Sleeps to the next point of the grid behind now; false when something else has woken it.
+/// Sleeps to the next point of the grid behind now. False when something has changed meanwhile:
+/// the next grid begins afresh.
 bool TAnimationClockThread::WaitForNextTick() {
   const int64_t rate = __atomic_load_n(&FTicksPerSecond, __ATOMIC_RELAXED);
   const int64_t now = Now();
@@ -103,8 +101,10 @@ bool TAnimationClockThread::WaitForNextTick() {
   const int64_t tick = (now - FOrigin) * rate / Second + 1;
   // Rounded up, so that a tick is never counted as the one before it.
   const int64_t due = FOrigin + (tick * Second + rate - 1) / rate;
-  const int64_t wholeMs = (due - now) / Millisecond;
-  if (wholeMs > 0 && FChanged->WaitFor(static_cast<uint32_t>(wholeMs))) return false;
+  if (FChanged->WaitFor(static_cast<uint32_t>((due - now) / Millisecond))) {
+    FGridRate = 0;
+    return false;
+  }
   std::this_thread::sleep_until(TClock::time_point(std::chrono::nanoseconds(due)));
   return true;
 }

@@ -18,9 +18,9 @@ class IEvent;
 /// A thread that calls a function in a regular beat. All operations may be called on any thread.
 class IAnimationClockThread : public virtual IThread {
   TALVO_INTERFACE(IAnimationClockThread, IThread);
-  /// No tick begins after this, until Start. Any thread; does not wait.
+  /// No tick begins after this, until Start. Does not wait for one that is under way.
   virtual void Stop() = 0;
-  /// Goes on ticking, at first one period from now. Nothing happens when it ticks already.
+  /// Goes on ticking, on a new grid that begins now. Nothing happens when it ticks already.
   virtual void Start() = 0;
 };
 
@@ -37,18 +37,20 @@ class TALVO_API TAnimationClockThread : public TImplements<TBasicThread, IAnimat
 
   void Stop() override;
   void Start() override;
+  /// Takes effect with the next tick; 1 to 1000, else ERangeError.
   void SetTicksPerSecond(uint32_t value);
   void Terminate() override;
-  /// Terminates the thread and lets it keep itself alive until it has ended: the last reference of
-  /// anybody else does not wait for it any more.
-  void TerminateUnattended();
 
  protected:
   void ExecuteLoop() override;
   void DoTerminate() override;
 
  private:
+  friend class TAnimationClock;
   bool WaitForNextTick();
+  /// Terminates the thread and lets it keep itself alive until it has ended: nobody else's last
+  /// reference waits for it. Called once, of a thread whose function does not raise.
+  void TerminateUnattended();
 
   const TProc<> FOnTick;
   uint32_t FTicksPerSecond;     // atomic

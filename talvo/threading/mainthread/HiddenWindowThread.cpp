@@ -19,7 +19,8 @@ class THiddenWindowThread::TWindow final : public TInterfacedObject, private TMe
   void RunAll();
 
   void Run(TProc<> proc);
-  void Wake();
+  /// What waits still runs, if the thread comes to it; nothing more is taken.
+  void End();
   TWindowHandle GetHandle() const { return __atomic_load_n(&FHiddenWnd, __ATOMIC_ACQUIRE); }
   bool IsReady() { return FWindowReady.Wait(0); }
 
@@ -28,12 +29,18 @@ class THiddenWindowThread::TWindow final : public TInterfacedObject, private TMe
   /// caller.
   struct TCall final : TInterfacedObject {
     explicit TCall(TProc<> proc) : Proc(std::move(proc)) {}
+    /// Lets the caller go; what its function carried has ended by then.
+    void Complete() {
+      Proc = nullptr;
+      Completed.Signal();
+    }
     TProc<> Proc;
     std::exception_ptr Failure;
     Platform::TEvent Completed{{}, /*isManual*/ false, /*isSignalled*/ false};
   };
 
   void WndProc(TMessage& message) override;
+  void Wake();
   TRef<TCall> TakeFirst();
   void SetHandle(TWindowHandle handle) { __atomic_store_n(&FHiddenWnd, handle, __ATOMIC_RELEASE); }
 
@@ -41,7 +48,7 @@ class THiddenWindowThread::TWindow final : public TInterfacedObject, private TMe
   Platform::TCriticalSection FSection;
   Detail::TLinkedNodes<TRef<TCall>> FOnNotifyList;  // guarded by FSection, as are the next two
   uint32_t FThread = 0;
-  bool FHasEnded = false;
+  bool FIsEnding = false;
   Platform::TEvent FWindowReady{{}, /*isManual*/ true, /*isSignalled*/ false};
 };
 
@@ -59,11 +66,14 @@ void THiddenWindowThread::TWindow::Open() {
 void THiddenWindowThread::TWindow::Close() {
   DeallocateHWnd(GetHandle());
   SetHandle(0);
-  const Detail::TInside inside(FSection);
-  FHasEnded = true;
+  {
+    const Detail::TInside inside(FSection);
+    FIsEnding = true;
+    FThread = 0;  // may be another's soon
+  }
   while (const TRef<TCall> call = TakeFirst()) {
     call->Failure = std::make_exception_ptr(EThread(u"The thread has ended"));
-    call->Completed.Signal();
+    call->Complete();
   }
 }
 
@@ -81,7 +91,7 @@ void THiddenWindowThread::TWindow::RunAll() {
     } catch (...) {
       call->Failure = std::current_exception();
     }
-    call->Completed.Signal();
+    call->Complete();
   }
 }
 
@@ -96,7 +106,7 @@ void THiddenWindowThread::TWindow::Run(TProc<> proc) {
   const auto call = Create<TCall>(std::move(proc));
   {
     const Detail::TInside inside(FSection);
-    if (FHasEnded) throw EThread(u"The thread has ended");
+    if (FIsEnding) throw EThread(u"The thread has ended");
     Detail::TLinkedNodes<TRef<TCall>>::TChain added(FOnNotifyList);
     added.Add(call);
     FOnNotifyList.LinkLast(added);
@@ -106,10 +116,18 @@ void THiddenWindowThread::TWindow::Run(TProc<> proc) {
   if (call->Failure) std::rethrow_exception(call->Failure);
 }
 
+void THiddenWindowThread::TWindow::End() {
+  {
+    const Detail::TInside inside(FSection);
+    FIsEnding = true;
+  }
+  Wake();
+}
+
 void THiddenWindowThread::TWindow::Wake() {
+  if (PostMessage(GetHandle(), WM_HIDDENWINDOWPROCESS, 0, 0)) return;
   const Detail::TInside inside(FSection);  // the thread, and with it its number, is there
-  if (FHasEnded || PostMessage(GetHandle(), WM_HIDDENWINDOWPROCESS, 0, 0)) return;
-  PostThreadMessage(FThread, WM_HIDDENWINDOWPROCESS, 0, 0);
+  if (FThread) PostThreadMessage(FThread, WM_HIDDENWINDOWPROCESS, 0, 0);
 }
 
 void THiddenWindowThread::TWindow::WndProc(TMessage& message) {
@@ -166,7 +184,7 @@ void THiddenWindowThread::IntExecute() {
 void THiddenWindowThread::Terminate() {
   const TRef<TWindow> window = FWindow;
   TImplements::Terminate();
-  window->Wake();
+  window->End();
 }
 
 TWindowHandle THiddenWindowThread::GetWindowHandle() const {

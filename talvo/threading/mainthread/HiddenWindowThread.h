@@ -24,16 +24,17 @@ class IHiddenWindowThread : public virtual IThread {
   virtual TWindowHandle GetWindowHandle() const = 0;
   /// Whether the window has been made. Does not wait.
   virtual bool GetWindowReady() const = 0;
-  /// Runs `proc` on the thread, behind what others have asked for, and blocks until it has run; on
-  /// the thread itself it runs at once. What it raises comes out here. Raises EThread when the
-  /// thread ends before it comes to it.
+  /// Runs `proc` on the thread, behind what others have asked for, and blocks until it has run and
+  /// what it carried has ended; on the thread itself it runs at once. What it raises comes out
+  /// here. Raises EThread when the thread was told to end before, or ends before it comes to it.
   virtual void Process(TProc<> proc) = 0;
 
   TWindowHandle WindowHandle() const { return GetWindowHandle(); }
   bool WindowReady() const { return GetWindowReady(); }
 };
 
-/// The thread. Terminate ends it behind what it is just doing, and does not wait.
+/// The thread. It ends behind the message that it is at and what has been asked for by then;
+/// Terminate does not wait for that. WM_QUIT, posted to the thread, ends it too.
 class TALVO_API THiddenWindowThread : public TImplements<TBasicThread, IHiddenWindowThread> {
  public:
   explicit THiddenWindowThread(string name);

@@ -2,6 +2,7 @@
 #include <talvo/threading/mainthread/MainThread.h>
 
 #include <mutex>
+#include <vector>
 #include <talvo/containers/list/LinkedList.h>
 #include <talvo/platform/Thread.h>
 #include <talvo/threading/Guard.h>
@@ -44,11 +45,12 @@ void TMainWindowNode::RemoveReff(TMainThreadExecute& execute) {
 
 void TMainWindowNode::WndProc(TMessage& message) {
   if (message.Msg != WM_MAINTHREADEXECUTE) return DefWindowProc(message);
-  auto* execute = reinterpret_cast<TMainThreadExecute*>(message.WParam);
   TRef<TMainThreadExecute> found;
   {
     const std::lock_guard guard(GGuard);
-    if (FNotifyList->Query()->Contains(execute)) found = execute->FSelf.Lock();
+    for (TMainThreadExecute* execute : FNotifyList) {
+      if (reinterpret_cast<uintptr_t>(execute) == message.WParam) found = execute->FSelf.Lock();
+    }
   }
   if (found) found->SyncNotify();  // may end this node
 }
@@ -67,7 +69,7 @@ void TMainThreadExecute::Construct() {
 }
 
 TMainThreadExecute::~TMainThreadExecute() {
-  Clear(nullptr);
+  TMainThreadExecute::Clear(nullptr);
   if (FNode) TMainWindowNode::RemoveReff(*this);
 }
 
@@ -86,7 +88,7 @@ void TMainThreadExecute::Execute(bool forcePost, TProc<> onExecute, bool ignoreM
 void TMainThreadExecute::Execute(TOwnerKey object, bool forcePost, TProc<> onExecute,
                                  bool ignoreMultiple) {
   if (!forcePost && MainThread::IsCurrent()) return onExecute.Invoke();
-  TNotify notify{object, std::move(onExecute)};  // ends outside when it is not queued
+  TNotify notify(object, std::move(onExecute));  // ends outside when it is not queued
   const Detail::TInside inside(*FSection);
   if (!ignoreMultiple || !FOnNotifyList->Query()->Contains(notify)) FOnNotifyList->Add(notify);
   if (FSignaled) return;
@@ -95,15 +97,13 @@ void TMainThreadExecute::Execute(TOwnerKey object, bool forcePost, TProc<> onExe
 }
 
 void TMainThreadExecute::Clear(TOwnerKey object) {
-  // What is dropped ends outside the section: its destructors may come back here.
-  const auto dropped = TLinkedList<TNotify>::Make();
+  std::vector<TProc<>> dropped;  // ends outside the section: destructors may come back here
   const Detail::TInside inside(*FSection);
-  const auto kept = TLinkedList<TNotify>::Make();
-  TNotify notify;
-  while (FOnNotifyList->IfPopFirst(notify)) {
-    (!object || notify.Object == object ? dropped : kept)->Add(std::move(notify));
-  }
-  FOnNotifyList = kept;
+  FOnNotifyList->RemoveAll([&](const TNotify& notify) {
+    if (object && notify.Item1 != object) return false;
+    dropped.push_back(notify.Item2);
+    return true;
+  });
 }
 
 void TMainThreadExecute::ClearMainThread(TOwnerKey object) {
@@ -124,7 +124,7 @@ void TMainThreadExecute::RunAll(TOwnerKey object) {
   TNotify notify;
   while (TakeNext(object, notify)) {
     try {
-      notify.OnExecute.Invoke();
+      notify.Item2.Invoke();
     } catch (...) {
       // Whoever queued it has gone on long since, and the next one has done nothing wrong.
       ReportSwallowedException();
@@ -139,7 +139,7 @@ bool TMainThreadExecute::TakeNext(TOwnerKey object, TNotify& notify) {
   const Detail::TInside inside(*FSection);
   if (object) {
     return FOnNotifyList->FindAndRemoveOne(
-        [&](const TNotify& item) { return item.Object == object; }, notify);
+        [&](const TNotify& item) { return item.Item1 == object; }, notify);
   }
   if (FOnNotifyList->IfPopFirst(notify)) return true;
   if (FSignaled) {

@@ -9,6 +9,7 @@
 // queued when it takes messages (GetMessage, ProcessMessages), or when it is told to by hand. A
 // host's own loop polls MainThread::WakeUpDescriptor() and calls MainThread::ProcessMessages().
 
+#include <talvo/containers/elements/Tuple.h>
 #include <talvo/platform/MessageQueue.h>
 #include <talvo/runtime/Function.h>
 #include <talvo/runtime/WeakReference.h>
@@ -67,18 +68,14 @@ class TALVO_API TMainThreadExecute
 
  private:
   friend class TMainWindowNode;
-  struct TNotify {
-    TOwnerKey Object;
-    TProc<> OnExecute;
-    friend bool operator==(const TNotify&, const TNotify&) = default;
-  };
+  using TNotify = TRecTuple<TOwnerKey, TProc<>>;  // the owner, and what to run
 
   void RunAll(TOwnerKey object);
   bool TakeNext(TOwnerKey object, TNotify& notify);
 
   const TRef<ICriticalSection> FSection;
-  TRef<ILinkedList<TNotify>> FOnNotifyList;  // guarded by FSection
-  bool FSignaled = false;                    // guarded by FSection: a wake-up is on its way
+  const TRef<ILinkedList<TNotify>> FOnNotifyList;  // guarded by FSection
+  bool FSignaled = false;                          // guarded by FSection: a wake-up is on its way
   TMainWindowNode* FNode = nullptr;
   TWeakRef<TMainThreadExecute> FSelf;
 };

@@ -17,6 +17,7 @@ class TALVO_API TMainWindowNode final : public TBasicObject, private TMessageHan
   /// Removes a queue; the last one ends the node. Any thread.
   static void RemoveReff(TMainThreadExecute& execute);
 
+  /// Where wake-ups are posted to.
   TWindowHandle GetHandle() const noexcept { return FWindowHandle; }
 
  private:

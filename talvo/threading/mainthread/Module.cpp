@@ -13,7 +13,7 @@
 namespace Talvo {
 namespace {
 
-std::mutex GGuard;
+std::recursive_mutex GGuard;                       // the hook may come back
 int32_t GStarts = 0;                               // guarded by GGuard
 const TThreadingModuleHook* GHook = nullptr;       // guarded by GGuard
 IMainThreadExecute* GKept = nullptr;               // guarded by GGuard: it is made once

@@ -18,6 +18,7 @@ struct TThreadingModuleHook {
                                                                           int32_t) {};
 };
 
+/// The module's life. Any thread may call.
 class TALVO_API ThreadingModule {
  public:
   ThreadingModule() = delete;

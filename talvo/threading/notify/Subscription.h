@@ -25,8 +25,8 @@ class TSubscription {
   explicit TSubscription(TProc<> onEnd) noexcept : FOnEnd(std::move(onEnd)) {}
   TSubscription(TSubscription&&) noexcept = default;
   TSubscription& operator=(TSubscription&& other) noexcept {
-    TSubscription old = std::move(*this);
-    FOnEnd = std::move(other.FOnEnd);
+    TSubscription taken = std::move(other);
+    std::swap(FOnEnd, taken.FOnEnd);
     return *this;
   }
   ~TSubscription() {
@@ -52,6 +52,7 @@ class TSubscription {
   }
   /// To the changes of an object. Raises EInvalidCast when it does not count its references.
   static TSubscription ToChanges(const TRef<IChangeNotification>& sender, TProc<> subscriber) {
+    Assert(static_cast<bool>(sender));
     TWeakRef<IChangeNotification> weak(sender);
     TProc<> link = sender->AddChangeNotification(std::move(subscriber));
     if (!link) return {};
@@ -61,6 +62,7 @@ class TSubscription {
   }
   /// To the end of an object. Raises EInvalidCast when it does not count its references.
   static TSubscription ToEnd(const TRef<IChangeNotification>& sender, TProc<> subscriber) {
+    Assert(static_cast<bool>(sender));
     TWeakRef<IChangeNotification> weak(sender);
     TProc<> link = sender->AddDestroyNotification(std::move(subscriber));
     if (!link) return {};

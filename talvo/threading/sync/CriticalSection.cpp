@@ -6,15 +6,16 @@
 namespace Talvo {
 namespace {
 
-/// What `finally` raises takes the place of what `code` raised.
-template <class TFinally>
-void RunThen(TFunctionRef<void()> code, TFinally finally) {
+/// Runs `then` behind `code` in any case. What `then` raises takes the place of what `code` raised.
+template <class TThen>
+void RunThen(TFunctionRef<void()> code, TThen then) {
   try {
     code();
   } catch (...) {
-    finally();
+    then();
     throw;
-  } finally();
+  }
+  then();
 }
 
 }  // namespace

@@ -33,6 +33,7 @@ class TALVO_API TLockAccess : public TBasicNoCreateInterfacedObject {
   /// Code that a class implements and hands out by reference.
   using TProcStd = TRef<IFunction<void()>>;
 
+  /// Waits until it may be entered, and goes out again; as often as one has gone in.
   virtual void Enter() = 0;
   virtual void Leave() = 0;
 

@@ -14,14 +14,16 @@ namespace Talvo {
 
 /// What becomes of the signal when a waiter has got through.
 enum TEventResetMode {
-  ermAutomatic = 0,  ///< it is taken: each signal lets one waiter through
-  ermManual = 1      ///< it stays until Reset
+  ermAutomatic = 0,  ///< it is taken: of all that wait one gets through
+  ermManual = 1      ///< it stays until Reset: all get through
 };
 
 /// An event. Any thread may call.
 class IEvent : public virtual IBasicSynchronizationObject {
   TALVO_INTERFACE(IEvent, IBasicSynchronizationObject);
-  /// Lets waiters through; stays set until one comes, or until Reset.
+  /// Lets waiters through; stays set until one comes, or until Reset. Signals do not add up: what
+  /// is set already stays as it is. Those that wait for a manual event get through also when Reset
+  /// follows at once.
   virtual void Signal() = 0;
   /// Takes the signal back.
   virtual void Reset() = 0;

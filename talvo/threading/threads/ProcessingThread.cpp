@@ -23,6 +23,10 @@ TProcessingThread::TProcessingThread(const TComponent* owner, u16string_view nam
                                      TProcWithProcessingThread onEmpty)
     : TImplements(owner, name), FQueue(Create<Detail::TWorkQueue>(std::move(onEmpty))) {}
 
+TProcessingThread::TProcessingThread(const TComponent* owner, u16string_view name,
+                                     TRef<Detail::TWorkQueue> queue)
+    : TImplements(owner, name), FQueue(std::move(queue)) {}
+
 TProcessingThread::~TProcessingThread() {
   TProcessingThread::Terminate();
 }
@@ -107,19 +111,27 @@ TProc<> TProcessingThread::ProcessTerminated(TProc<> proc) {
 }
 
 void TProcessingThread::ProcessBlocking(TProc<> proc, bool isFirst) {
-  ProcessBlocking(WorkItemOf(std::move(proc)), isFirst);
+  Assert(static_cast<bool>(proc));
+  if (IsInThread()) {
+    proc();
+  } else {
+    WaitForItem(Talvo::Create<Detail::TBlockingItem>(std::move(proc)), isFirst);
+  }
 }
 
 void TProcessingThread::ProcessBlocking(TWorkItem item, bool isFirst) {
   Assert(static_cast<bool>(item));
   if (IsInThread()) {
     item(Detail::TBorrowedRef<IProcessingThread>(*this).Get(), /*isRun*/ true);
-    return;
+  } else {
+    WaitForItem(Talvo::Create<Detail::TBlockingItem>(std::move(item)), isFirst);
   }
+}
+
+void TProcessingThread::WaitForItem(const TRef<Detail::TBlockingItem>& item, bool isFirst) {
   const TRef<Detail::TWorkQueue> queue = FQueue;
-  const auto blocking = Talvo::Create<Detail::TBlockingItem>(std::move(item));
-  queue->Add(*this, TWorkItem(blocking), isFirst);
-  queue->WaitFor(*blocking);
+  queue->Add(*this, TWorkItem(item), isFirst);
+  queue->WaitFor(*item);
 }
 
 void TProcessingThread::AbortBlocking() {

@@ -20,6 +20,7 @@ using TWorkItem = TConstProc<TRef<IProcessingThread>, bool>;
 using TProcWithProcessingThread = TConstProc<TRef<IProcessingThread>>;
 
 namespace Detail {
+class TBlockingItem;
 class TWorkQueue;
 }  // namespace Detail
 
@@ -49,8 +50,10 @@ class IProcessingThread : public virtual IThread {
   /// except by itself; other threads that come to the queue wait as long. Any other is taken out
   /// of the queue, and told false whether it was there or not. Empty ones are none.
   virtual void Cancel(const TWorkItem& item) = 0;
-  /// Takes all items out of the queue and tells them false. What one of them raises comes out here,
-  /// and those behind it stay.
+  /// Tells all items in the queue false, in their order and those that are added meanwhile too, and
+  /// takes them out together when all are told. What one of them raises comes out here: then those
+  /// behind it are not told, and all stay in the queue. Does nothing when an item that is told
+  /// calls it, since the call it is in goes on to the others.
   virtual void Clear() = 0;
   /// The number of items in the queue; the one that runs is not in it.
   virtual int32_t GetCountWaiting() const = 0;
@@ -119,11 +122,16 @@ class TALVO_API TProcessingThread : public TImplements<TBasicThread, IProcessing
   using IProcessingThread::Process;
 
  protected:
+  /// For those who see into the queue.
+  TProcessingThread(const TComponent* owner, u16string_view name, TRef<Detail::TWorkQueue> queue);
+
   void IntExecute() override;
   void ExecuteLoop() override;
   void AfterConstruction() override;
 
  private:
+  void WaitForItem(const TRef<Detail::TBlockingItem>& item, bool isFirst);
+
   const TRef<Detail::TWorkQueue> FQueue;
 };
 

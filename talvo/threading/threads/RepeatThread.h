@@ -34,6 +34,7 @@ class TThreadProc {
       code();
     };
   }
+  /// As code that takes the thread; empty when there is none.
   const TProcWithThread& Proc() const noexcept { return FProc; }
 
  private:

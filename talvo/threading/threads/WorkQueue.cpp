@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/threading/threads/WorkQueue.h>
 
+#include <algorithm>
 #include <climits>
 #include <talvo/threading/threads/SwallowedExceptions.h>
 
@@ -32,7 +33,11 @@ void TBlockingItem::Invoke(const TRef<IProcessingThread>& thread, bool isRun) {
     Platform::TEvent& Event;
     ~TThen() { Event.Signal(); }
   } then{FEvent};
-  FItem(thread, isRun);
+  if (FItem) {
+    FItem(thread, isRun);
+  } else if (isRun) {
+    FProc();
+  }
 }
 
 /// Is inside the section, past the gate.
@@ -47,13 +52,15 @@ class TWorkQueue::THold {
   TWorkQueue& FQueue;
 };
 
+bool TWorkQueue::IsRunning() const {
+  return __atomic_load_n(&FStep, __ATOMIC_RELAXED) % 2 != 0;
+}
+
 void TWorkQueue::Enter(const TProcessingThread* thread) {
   FSection.Enter();
   while (__atomic_load_n(&FGate, __ATOMIC_RELAXED) != 0) [[unlikely]] {
       // Whoever waits for the running item must not keep it from what it needs to end.
-      const bool isItem =
-          thread && thread->IsInThread() && __atomic_load_n(&FInExecution, __ATOMIC_RELAXED);
-      if (isItem) return;
+      if (thread && thread->IsInThread() && IsRunning()) return;
       FSection.Leave();
       Platform::FutexWait(&FGate, 1, Platform::TDeadline(Platform::NoTimeLimit));
       FSection.Enter();
@@ -61,15 +68,20 @@ void TWorkQueue::Enter(const TProcessingThread* thread) {
 }
 
 void TWorkQueue::Add(const TProcessingThread& thread, const TWorkItem& item, bool isFirst) {
+  TRef<TWorkQueue> toWake;
   {
     const THold hold(*this, &thread);
     if (isFirst) {
-      FItems.AddFirst(item);
+      TakeBack();
+      FItems.AddFirst(item.Object());
+      if (FCleared >= 0) ++FCleared;
     } else {
-      AddLast(FItems, item);
+      FItems.AddLast(TItem(item.Object()));
     }
+    // From here on the item may run and end the thread object.
+    if (!std::exchange(FIsAwake, true)) toWake = TRef<TWorkQueue>(*this);
   }
-  FEvent.Signal();
+  if (toWake) toWake->Wake();
 }
 
 void TWorkQueue::AddTerminated(const TProcessingThread& thread, const TProc<>& proc) {
@@ -79,32 +91,64 @@ void TWorkQueue::AddTerminated(const TProcessingThread& thread, const TProc<>& p
 
 int32_t TWorkQueue::CountWaiting(const TProcessingThread& thread) {
   const THold hold(*this, &thread);
-  return FItems.Count();
+  return CountInside();
+}
+
+int32_t TWorkQueue::CountInside() const {
+  const uint32_t step = __atomic_load_n(&FStep, __ATOMIC_RELAXED);
+  return FItems.Count() - (step & Closed ? 0 : static_cast<int32_t>((step + 1) / 2));
+}
+
+bool TWorkQueue::AddInside(TItem& item) {
+  FItems.AddLast(std::move(item));
+  return !std::exchange(FIsAwake, true);
+}
+
+void TWorkQueue::RemoveInside(const TWorkItem::TTarget* item) {
+  TakeBack();
+  const int32_t index = FItems.IndexOf(item);
+  if (index < 0) return;
+  const TItem removed = FItems.Remove(index);
+  if (FCleared >= index) --FCleared;
+}
+
+bool TWorkQueue::PopInside(TItem& item) {
+  TakeBack();
+  if (FItems.Count() == 0) return false;
+  item = FItems.Remove(0);
+  return true;
+}
+
+/// Takes back all that is lent and not begun, and returns the step. Inside the section.
+uint32_t TWorkQueue::TakeBack() noexcept {
+  const uint32_t step = __atomic_fetch_or(&FStep, Closed, __ATOMIC_ACQ_REL);
+  if (!(step & Closed)) FItems.GiveAway((step + 1) / 2);
+  return step;
 }
 
 void TWorkQueue::Cancel(TProcessingThread& thread, const TWorkItem& item) {
   const THold hold(*this, &thread);
-  const uint32_t executed = __atomic_load_n(&FCountExecuted, __ATOMIC_ACQUIRE);
-  if (__atomic_load_n(&FInExecution, __ATOMIC_ACQUIRE) == item.Object().Get()) {
-    if (!thread.IsInThread()) WaitForItem(executed);
+  const uint32_t step = TakeBack() & StepMask;
+  if (step % 2 != 0 && FLent[step / 2] == item.Object().Get()) {
+    if (!thread.IsInThread()) WaitForStep(step);
     return;
   }
-  FItems.RemoveOne([&](const TWorkItem& queued) { return queued == item; });
+  RemoveInside(item.Object().Get());
   item(TBorrowedRef<IProcessingThread>(thread).Get(), /*isRun*/ false);
 }
 
-/// Waits until the number of items that have run is not `executed` any more. The caller is inside.
-void TWorkQueue::WaitForItem(uint32_t executed) {
+/// Waits until `step` is over. The caller is inside, and the loan is closed.
+void TWorkQueue::WaitForStep(uint32_t step) {
   const Platform::TDeadline never(Platform::NoTimeLimit);
   // The gate stands in for the section, which the item may need before it ends.
   __atomic_store_n(&FGate, 1, __ATOMIC_RELAXED);
   int depth = 0;
   while (FSection.Leave()) ++depth;
-  __atomic_add_fetch(&FCountCancelling, 1, __ATOMIC_SEQ_CST);
-  while (__atomic_load_n(&FCountExecuted, __ATOMIC_SEQ_CST) == executed) {
-    Platform::FutexWait(&FCountExecuted, executed, never);
+  uint32_t seen = __atomic_or_fetch(&FStep, Awaited, __ATOMIC_ACQ_REL);
+  while ((seen & StepMask) == step) {
+    Platform::FutexWait(&FStep, seen, never);
+    seen = __atomic_load_n(&FStep, __ATOMIC_ACQUIRE);
   }
-  __atomic_sub_fetch(&FCountCancelling, 1, __ATOMIC_RELAXED);
   while (depth-- > 0) FSection.Enter();
   __atomic_store_n(&FGate, 0, __ATOMIC_RELAXED);
   Platform::FutexWake(&FGate, INT_MAX);
@@ -112,10 +156,20 @@ void TWorkQueue::WaitForItem(uint32_t executed) {
 
 void TWorkQueue::Clear(TProcessingThread& thread) {
   const THold hold(*this, &thread);
+  // Called by an item that is told false: the call it is in goes on to the others.
+  if (FCleared >= 0) return;
+  TakeBack();
+  TItemRing cleared;
+  struct TDone {
+    int32_t& Index;
+    ~TDone() { Index = -1; }
+  } done{FCleared};
   const TBorrowedRef<IProcessingThread> borrowed(thread);
-  for (TWorkItem item; FItems.PopFirst(item) != TRemoval::Missed; item = nullptr) {
-    item(borrowed.Get(), /*isRun*/ false);
+  for (FCleared = 0; FCleared < FItems.Count(); ++FCleared) {
+    const TRef<TTarget> item(FItems.At(FCleared));
+    item->Invoke(borrowed.Get(), /*isRun*/ false);
   }
+  FItems.Swap(cleared);
 }
 
 void TWorkQueue::WaitFor(TBlockingItem& item) {
@@ -143,12 +197,41 @@ void TWorkQueue::End() {
   ReleaseWaiting();
 }
 
-bool TWorkQueue::Pop(TProcessingThread& thread, TWorkItem& item, bool isRecorded) {
+/// Begins the next item that is lent; false when there is none.
+bool TWorkQueue::BeginLent() noexcept {
+  uint32_t step = __atomic_load_n(&FStep, __ATOMIC_RELAXED);
+  return step < 2 * FCountLent &&
+         __atomic_compare_exchange_n(&FStep, &step, step + 1, /*weak*/ false, __ATOMIC_ACQ_REL,
+                                     __ATOMIC_RELAXED);
+}
+
+/// Begins the next item, with a new loan if need be; false when the queue is empty or the thread is
+/// to end.
+bool TWorkQueue::BeginNext(TProcessingThread& thread) {
+  if (thread.IsTerminated()) return false;
+  if (BeginLent()) return true;
   const THold hold(*this, &thread);
-  if (isRecorded && thread.IsTerminated()) return false;
-  if (FItems.PopFirst(item) == TRemoval::Missed) return false;
-  if (isRecorded) __atomic_store_n(&FInExecution, item.Object().Get(), __ATOMIC_RELAXED);
+  if (thread.IsTerminated()) return false;
+  TakeBack();
+  if (FItems.Count() == 0 && FSource) FSource->AddMore();
+  if (FItems.Count() == 0) {
+    FIsAwake = false;
+    FItems.Trim();
+    return false;
+  }
+  FCountLent = static_cast<uint32_t>(std::min(FItems.Count(), MostLent));
+  for (uint32_t i = 0; i < FCountLent; ++i) {
+    FLent[i] = FItems.At(static_cast<int32_t>(i));
+    __builtin_prefetch(FLent[i], /*rw*/ 1);
+  }
+  __atomic_store_n(&FStep, 1, __ATOMIC_RELEASE);
   return true;
+}
+
+void TWorkQueue::Finish() noexcept {
+  if (__atomic_fetch_add(&FStep, 1, __ATOMIC_ACQ_REL) & Awaited) {
+    Platform::FutexWake(&FStep, INT_MAX);
+  }
 }
 
 void TWorkQueue::Run(TProcessingThread& thread, const TWorkItem& item) noexcept {
@@ -162,16 +245,25 @@ void TWorkQueue::Run(TProcessingThread& thread, const TWorkItem& item) noexcept 
 }
 
 void TWorkQueue::Turn(TProcessingThread& thread) {
+  // Work often follows on work: a thread that sleeps costs its caller a system call.
+  for (uint32_t looks = 0; looks < 60 && !FEvent.IsSignalled(); ++looks) {
+    if (looks < 20) {
+      Platform::SpinPause();
+      Platform::SpinPause();
+    } else {
+      Platform::YieldThread();
+    }
+  }
   FEvent.Wait(Platform::NoTimeLimit);
   if (thread.IsTerminated()) return;
-  for (TWorkItem item; Pop(thread, item, /*isRecorded*/ true);) {
-    Run(thread, item);
-    __atomic_store_n(&FInExecution, nullptr, __ATOMIC_RELEASE);
-    __atomic_add_fetch(&FCountExecuted, 1, __ATOMIC_SEQ_CST);
-    if (__atomic_load_n(&FCountCancelling, __ATOMIC_SEQ_CST) != 0) {
-      Platform::FutexWake(&FCountExecuted, INT_MAX);
+  while (BeginNext(thread)) {
+    const uint32_t step = __atomic_load_n(&FStep, __ATOMIC_RELAXED) & StepMask;
+    {
+      // What it carries ends outside the section, when it is not the running item any more.
+      const TWorkItem item(TRef<TTarget>::Adopt(FLent[step / 2]));
+      Run(thread, item);
+      Finish();
     }
-    item = nullptr;  // what it carries ends outside the section
     // The item, or what it carried, may have ended the object.
     if (!TThread::CurrentThread()) return;
   }
@@ -179,7 +271,13 @@ void TWorkQueue::Turn(TProcessingThread& thread) {
 }
 
 void TWorkQueue::Drain(TProcessingThread& thread) {
-  for (TWorkItem item; Pop(thread, item, /*isRecorded*/ false); item = nullptr) Run(thread, item);
+  for (TRef<TTarget> item;; item = nullptr) {
+    {
+      const THold hold(*this, &thread);
+      if (!PopInside(item)) return;
+    }
+    Run(thread, TWorkItem(item));
+  }
 }
 
 void TWorkQueue::RunTerminated() {

@@ -111,26 +111,58 @@ TEST(ThreadPoolStressTest, PoolsThatEndWhileTheyAreFed) {
   }
 }
 
+TEST(ThreadPoolStressTest, CodeThatKeepsAndEndsPools) {
+  TALVO_SEEDED(engine);
+  for (int round = 0; round < Rounds / 100; ++round) {
+    // All work, and with it the pools' last references, is gone when this is held once.
+    const auto alive = std::make_shared<int>();
+    // Code of the first pool may end both; two that end each other would wait for each other.
+    std::array<TRef<IThreadPoolExecutor>, 2> pools;
+    for (auto& pool : pools) {
+      pool = TThreadPoolExecutor::Make(1 + static_cast<int32_t>(engine() % 3));
+      pool->SetGroupSize(engine() % 4);
+    }
+    std::array<std::thread, 2> producers;
+    for (std::thread& producer : producers) {
+      producer = std::thread(
+          [alive, random = std::mt19937(engine()), first = pools[0], second = pools[1]]() mutable {
+            std::vector<TRef<IExecution>> jobs;
+            for (unsigned n = random() % 50; n > 0; --n) {
+              jobs.push_back(first->Execute([alive, first, second] {
+                second->Execute([alive, second] { second->Execute([alive] {}); });
+                first->Execute([alive, first] {});
+              }));
+              if (random() % 8 == 0) first->SetCount(1 + random() % 3);
+              if (random() % 4 == 0) jobs[random() % jobs.size()]->Terminate();
+            }
+            first = second = nullptr;
+            for (const auto& job : jobs) {
+              if (random() % 4 == 0) job->Terminate();
+            }
+          });
+    }
+    pools = {};
+    for (std::thread& producer : producers) producer.join();
+    while (alive.use_count() > 1) std::this_thread::yield();
+  }
+}
+
 TEST(ThreadExecutorStressTest, ExecutionsComeAndGo) {
   TALVO_SEEDED(engine);
   const auto executor = TThreadExecutor::Make();
-  std::atomic<int> ran = 0;
+  std::atomic<int> ran = 0, called = 0;
   int sure = 0;
   for (int round = 0; round < Rounds / 40; ++round) {
-    auto job = executor->Execute([&](const TRef<IExecution>&) { ++ran; });
-    switch (engine() % 3) {
-      case 0:
-        job->Terminate();
-        break;
-      case 1:
-        ++sure;
-        job->WaitFor(NoTimeLimit);
-        break;
-      default:
-        ++sure;  // dropped: runs all the same
+    const unsigned fate = engine() % 3;
+    auto job =
+        executor->Execute([&at = fate == 0 ? called : ran](const TRef<IExecution>&) { ++at; });
+    if (fate == 0) {
+      job->Terminate();  // it has run from here on, or never will
+      continue;
     }
+    ++sure;
+    if (fate == 1) job->WaitFor(NoTimeLimit);  // others are dropped: they run all the same
   }
-  executor->Execute([] {})->WaitFor(NoTimeLimit);
   while (ran < sure) std::this_thread::yield();
 }
 

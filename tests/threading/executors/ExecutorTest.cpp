@@ -162,14 +162,11 @@ TEST(ThreadExecutorTest, EachExecutionHasANamedThread) {
   EXPECT_EQ(ToUtf8(names[1]), "ThreadExecutor");
 }
 
-TEST(ThreadExecutorTest, CodeThatRaisesOrIsCalledOffHasEnded) {
-  const TSwallowed swallowed;
+TEST(ThreadExecutorTest, CodeThatRaisesAndCodeThatIsCalledOffEnd) {
   const auto executor = TThreadExecutor::Make();
   const auto failed = executor->Execute([] { throw ERangeError(u""); });
   EXPECT_TRUE(failed->WaitFor(NoTimeLimit));
-  failed->Terminate();
-  EXPECT_EQ(swallowed.Count(), 1);
-  EXPECT_TRUE(failed->IsTerminated());
+  EXPECT_FALSE(failed->IsTerminated());
 
   const auto patient = executor->Execute([](const TRef<IExecution>& execution) {
     while (!execution->IsTerminated()) std::this_thread::yield();
@@ -287,7 +284,13 @@ TEST(ThreadPoolTest, TerminateInEveryState) {
   const auto pool = TThreadPoolExecutor::Make(1);
   auto held = std::make_shared<int>();
   TGate gate;
-  const auto running = pool->Execute(gate.Code());
+  std::atomic<bool> hasPassed = false;
+  const auto running = pool->Execute([&](const TRef<IExecution>& execution) {
+    gate.Pass();
+    pool->Execute([] {});
+    while (!execution->IsTerminated()) std::this_thread::yield();
+    hasPassed = true;
+  });
   gate.WaitUntilEntered();
   const auto atThread = pool->Execute([held] { ADD_FAILURE(); });
   const auto inPool = pool->Execute([held] { ADD_FAILURE(); });
@@ -296,13 +299,16 @@ TEST(ThreadPoolTest, TerminateInEveryState) {
     EXPECT_TRUE(job->IsTerminated() && job->WaitFor(0));
   }
   EXPECT_EQ(held.use_count(), 1) << "what the code held is let go";
-  std::thread opener([&] {
-    while (!running->IsTerminated()) std::this_thread::yield();
-    gate.Open();
+  std::thread terminator([&] {
+    running->Terminate();
+    EXPECT_TRUE(hasPassed) << "what runs is waited for";
   });
-  running->Terminate();
-  EXPECT_TRUE(running->WaitFor(0)) << "what runs is waited for";
-  opener.join();
+  // Meanwhile the pool is open to all.
+  for (int i = 0; i < 1000; ++i) pool->Execute([] {});
+  EXPECT_FALSE(running->WaitFor(0));
+  gate.Open();
+  terminator.join();
+  EXPECT_TRUE(running->IsTerminated() && running->WaitFor(0));
   running->Terminate();
 
   // By its own code it only learns of it.
@@ -324,9 +330,9 @@ TEST(ThreadPoolTest, TerminateInEveryState) {
   EXPECT_TRUE(front->WaitFor(NoTimeLimit) && behind->WaitFor(NoTimeLimit));
 
   const auto failed = pool->Execute([] { throw ERangeError(u""); });
-  EXPECT_TRUE(failed->WaitFor(NoTimeLimit));
   pool->Execute([] {})->WaitFor(NoTimeLimit);
   EXPECT_EQ(swallowed.Count(), 1);
+  EXPECT_TRUE(failed->WaitFor(0)) << "code that raises has ended too";
   const auto given = Supports<TThreadPoolExecutor::IExecutionExt>(failed);
   EXPECT_THROW(given->SetThread(TProcessingThread::Make()), EAssertionFailed);
 }
@@ -345,6 +351,55 @@ TEST(ThreadPoolTest, ATaskCanBeTakenOutAndGivenToAThread) {
   pool->ProcessQueue();
   EXPECT_TRUE(pool->Execute([] {})->WaitFor(NoTimeLimit));
   EXPECT_FALSE(other->WaitFor(0));
+  other->Terminate();
+  EXPECT_TRUE(other->WaitFor(0));
+}
+
+TEST(ThreadPoolTest, CodeMayUseTheQueueOfItsThread) {
+  const auto pool = TThreadPoolExecutor::Make(1);
+  pool->SetGroupSize(8);
+  std::string order;
+  TGate gate;
+  const auto front = pool->Execute([&] {
+    gate.Pass();
+    const auto worker = Supports<IProcessingThread>(TThread::CurrentThread());
+    EXPECT_EQ(worker->CountWaiting(), 2);
+    worker->Process([&] { order += "last"; });
+    worker->Process([&] { order += "first "; }, /*isFirst*/ true);
+    worker->Cancel(worker->Process(
+        TWorkItem([](const TRef<IProcessingThread>&, bool isRun) { EXPECT_FALSE(isRun); })));
+    EXPECT_EQ(worker->CountWaiting(), 4);
+  });
+  gate.WaitUntilEntered();
+  for (int i = 0; i < 2; ++i) pool->Execute([&] { order += "task "; });
+  gate.Open();
+  front->WaitFor(NoTimeLimit);
+  pool->Execute([] {})->WaitFor(NoTimeLimit);
+  EXPECT_EQ(order, "first task task last");
+}
+
+TEST(ThreadPoolTest, WhatCodeHoldsMayComeBackWhenItEnds) {
+  const auto pool = TThreadPoolExecutor::Make(1);
+  struct THeld {
+    TRef<IExecution>& Job;
+    TRef<IThreadPoolExecutor> Pool;
+    std::atomic<int>& Ended;
+    ~THeld() {
+      Job->Terminate();  // its own
+      Pool->Execute([&ended = Ended] { ++ended; });
+    }
+  };
+  std::atomic<int> ended = 0;
+  TGate gate;
+  TRef<IExecution> ran, called;
+  pool->Execute(gate.Code());
+  gate.WaitUntilEntered();
+  ran = pool->Execute([held = std::shared_ptr<THeld>(new THeld{ran, pool, ended})] {});
+  called = pool->Execute([held = std::shared_ptr<THeld>(new THeld{called, pool, ended})] {});
+  called->Terminate();
+  gate.Open();
+  EXPECT_TRUE(ran->WaitFor(NoTimeLimit) && called->WaitFor(NoTimeLimit));
+  while (ended < 2) std::this_thread::yield();
 }
 
 TEST(ThreadPoolTest, TheEndWaitsForWhatRunsAndDropsTheRest) {
@@ -358,10 +413,17 @@ TEST(ThreadPoolTest, TheEndWaitsForWhatRunsAndDropsTheRest) {
   entered->WaitFor(NoTimeLimit);
   const auto atThread = pool->Execute([] { ADD_FAILURE(); });
   const auto inPool = pool->Execute([held] { ADD_FAILURE(); });
+  const auto removed = pool->Execute([] { ADD_FAILURE(); });
+  ObjectAs<TThreadPoolExecutor>(pool)->RemoveTask(
+      Supports<TThreadPoolExecutor::IExecutionExt>(removed));
   pool = nullptr;
   EXPECT_TRUE(running->WaitFor(0));
   EXPECT_EQ(held.use_count(), 1);
-  for (const auto& job : {atThread, inPool}) {
+  for (const auto& job : {running, atThread, inPool}) {
+    const auto given = Supports<TThreadPoolExecutor::IExecutionExt>(job);
+    EXPECT_THROW(given->SetThread(TProcessingThread::Make()), EAssertionFailed);
+  }
+  for (const auto& job : {atThread, inPool, removed}) {
     EXPECT_FALSE(job->WaitFor(0));
     job->Terminate();
     EXPECT_TRUE(job->WaitFor(NoTimeLimit));
@@ -372,12 +434,18 @@ TEST(ThreadPoolTest, CodeMayDropThePoolAndQueueMore) {
   const TRef<IEvent> done = TEvent::Make();
   auto pool = TThreadPoolExecutor::Make(2);
   TGate gate;
-  pool->Execute([&pool, done, gate] {
+  bool isInside = false;
+  pool->Execute([&] {
+    isInside = true;
     gate.Pass();
     pool = nullptr;
-    done->Signal();
+    isInside = false;
   });
   gate.WaitUntilEntered();
+  pool->Execute([&] {
+    EXPECT_FALSE(isInside) << "what the thread has runs behind the code that drops the pool";
+    done->Signal();
+  });
   gate.Open();
   done->WaitFor(NoTimeLimit);
   EXPECT_FALSE(pool);

@@ -24,6 +24,12 @@ struct TLockModel {
     if (Owner != 0 && Owner != thread) return {};
     return Deepen(thread);
   }
+  /// A refused section is one without a hold that ends at once.
+  std::optional<bool> BeginSection(uint32_t thread) {
+    const std::optional<bool> isLocked = BeginByHand(thread);
+    if (isLocked == false) End(thread);
+    return isLocked;
+  }
   /// A section made by hand.
   std::optional<bool> BeginByHand(uint32_t thread) {
     const std::optional<bool> isLocked = Begin(thread);
@@ -42,9 +48,10 @@ struct TLockModel {
     }
     FreeWithoutLevel();
   }
+  void AnnounceStop() { ++Stops; }
+  /// The announcement's count stays for the stop.
   std::optional<bool> BeginStop(uint32_t thread) {
     if (Owner != 0 && Owner != thread) return {};
-    ++Stops;
     return Deepen(thread);
   }
   void EndStop(uint32_t thread) {
@@ -75,7 +82,6 @@ struct TLockModel {
     if (*isLocked) {
       Levels += given.Levels - 1;
       Others += given.Others;
-      if (given.Levels == 0 && Levels == 0) Owner = 0;
     } else if (Owner == thread) {
       Owners += given.Levels;
       Others += given.Others;

@@ -126,7 +126,12 @@ TEST(AnimationClockTest, TicksWhileSomebodySubscribes) {
 int GStarted = 0, GRegistered = 0;
 
 TEST(ThreadingModuleTest, TheHookIsToldOnceOfEachStart) {
-  static const TThreadingModuleHook hook{[] { ++GStarted; },
+  GStarted = GRegistered = 0;
+  static const TThreadingModuleHook hook{[] {
+                                           ++GStarted;
+                                           ThreadingModule::Start();
+                                           ThreadingModule::End();
+                                         },
                                          [](const TTypeHandle* classes, int32_t count) {
                                            for (int32_t i = 0; i < count; ++i) {
                                              GRegistered += classes[i]->Kind == TTypeKind::tkClass;

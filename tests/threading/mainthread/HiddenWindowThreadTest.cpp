@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <tests/TestTypes.h>
+#include <tests/threading/Workers.h>
 #include <thread>
 #include <vector>
 #include <talvo/runtime/Exceptions.h>
@@ -59,6 +61,37 @@ TEST(HiddenWindowThreadTest, CallersThatWaitAreReleasedAtTheEnd) {
   }
 }
 
+TEST(HiddenWindowThreadTest, WhatWaitsAtTheEndStillRunsAndNothingMoreIsTaken) {
+  const auto thread = THiddenWindowThread::Make(u"Ending");
+  std::promise<void> entered, mayLeave;
+  Testing::TWorker busy, waiting;
+  bool hasRun = false;
+  busy.Start([&] {
+    thread->Process([&] {
+      entered.set_value();
+      mayLeave.get_future().wait();
+    });
+  });
+  entered.get_future().wait();
+  waiting.Start([&] { thread->Process([&] { hasRun = true; }); });
+  waiting.WaitUntilBlocked();
+  thread->Terminate();
+  EXPECT_THROW(thread->Process([] {}), EThread);
+  mayLeave.set_value();
+  busy.Wait();
+  waiting.Wait();
+  EXPECT_TRUE(hasRun);
+}
+
+TEST(HiddenWindowThreadTest, WhatAFunctionCarriesEndsBeforeItsCallerGoesOn) {
+  const auto thread = THiddenWindowThread::Make(u"Carrier");
+  const int before = TWatched::Live;
+  for (int round = 0; round < 200; ++round) {
+    thread->Process([carried = Create<TWatched>()] {});
+    ASSERT_EQ(TWatched::Live, before);
+  }
+}
+
 /// Takes messages itself.
 class TListener final : public THiddenWindowThread {
  public:
@@ -79,9 +112,9 @@ TEST(HiddenWindowThreadTest, TheWindowTakesMessages) {
   EXPECT_TRUE(PostMessage(window, 2000, 0, 0));
   while (thread->Last != 2000) std::this_thread::yield();
   EXPECT_TRUE(PostMessage(window, WM_DESTROY, 0, 0));
-  while (thread->GetWindowHandle() != 0) std::this_thread::yield();
+  while (PostMessage(window, WM_DESTROY, 0, 0)) std::this_thread::yield();  // until it has gone
   EXPECT_EQ(thread->Last, WM_DESTROY);
-  EXPECT_FALSE(PostMessage(window, 2001, 0, 0));
+  EXPECT_EQ(thread->GetWindowHandle(), 0u);
   int ran = 0;
   thread->Process([&] { ++ran; });
   EXPECT_EQ(ran, 1) << "works on without a window";

@@ -3,9 +3,11 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <functional>
+#include <future>
 #include <memory>
 #include <tests/TestTypes.h>
 #include <thread>
@@ -166,6 +168,53 @@ TEST_F(MainThreadTest, TheMainThreadWorksByHandToo) {
   });
   MainThread::ProcessExecuteQueue(this);
   EXPECT_EQ(Taken(), "c");
+}
+
+// Each worker waits for its work before it goes on: a wake-up that is lost stops the test.
+TEST(MainThreadStressTest, AHostsLoopWaitsWithoutLimit) {
+  TALVO_SEEDED(engine);
+  constexpr int Workers = 3, Rounds = 2'000;
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  std::atomic<int> ran = 0;
+  std::vector<std::thread> workers;
+  for (int i = 0; i < Workers; ++i) {
+    workers.emplace_back([&, random = std::mt19937(engine())]() mutable {
+      const auto queue = TMainThreadExecute::Make();
+      for (int round = 0; round < Rounds; ++round) {
+        const auto hasRun = std::make_shared<std::promise<void>>();
+        const TProc<> run = [hasRun, &ran] {
+          ++ran;
+          hasRun->set_value();
+        };
+        if (random() % 2) {
+          queue->Execute(false, run, true);
+        } else {
+          MainThread::Execute(hasRun.get(), false, run, true);
+        }
+        if (random() % 4 == 0)
+          MainThread::Execute(
+              nullptr, true, [] {}, false);
+        hasRun->get_future().wait();
+      }
+      EXPECT_EQ(write(ends[1], "x", 1), 1);
+    });
+  }
+  pollfd waiting[] = {{MainThread::WakeUpDescriptor(), POLLIN, 0}, {ends[0], POLLIN, 0}};
+  for (int done = 0; done < Workers;) {
+    ASSERT_GE(poll(waiting, 2, -1), 1);
+    if (waiting[0].revents) {
+      EXPECT_GE(MainThread::ProcessMessages(), 1);
+    }
+    char byte = 0;
+    if (waiting[1].revents) done += static_cast<int>(read(ends[0], &byte, 1));
+  }
+  for (std::thread& worker : workers) worker.join();
+  EXPECT_EQ(ran, Workers * Rounds);
+  MainThread::ProcessMessages();
+  EXPECT_FALSE(IsWoken());
+  close(ends[0]);
+  close(ends[1]);
 }
 
 TEST(OwnerKeyTest, AnObjectHasOneKey) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <thread>
 #include <talvo/containers/list/ChangeNotify.h>
+#include <talvo/runtime/Exceptions.h>
 #include <talvo/threading/executors/ThreadPoolExecutor.h>
 #include <talvo/threading/sync/Event.h>
 
@@ -33,12 +34,17 @@ TEST(SubscriptionTest, EndsWithItsOwner) {
     moved.End();
     EXPECT_FALSE(moved);
     moved = TSubscription::To(told, [&](int) { ++calls; });
+    TSubscription& same = moved;
+    moved = std::move(same);
+    EXPECT_TRUE(moved);
   }
   subject->ChangeNotify();
   told.Notify(2);
   subject = nullptr;
   EXPECT_TRUE(changes == 1 && ends == 0 && calls == 22) << changes << ends << calls;
   EXPECT_FALSE(TSubscription::To(told, nullptr));
+  EXPECT_THROW(TSubscription::ToChanges(nullptr, [] {}), EAssertionFailed);
+  EXPECT_THROW(TSubscription::ToEnd(nullptr, [] {}), EAssertionFailed);
 }
 
 TEST(SubscriptionTest, TheSenderMayEndFirst) {

@@ -231,19 +231,22 @@ TEST_F(ProcessingThreadTest, CancelTakesOutWhatWaits) {
 TEST_F(ProcessingThreadTest, ItemsAreToldFalseInsideTheSection) {
   TWorker other;
   Hold();
-  int waiting = -1;
+  int waiting = -1, inside = -1;
   const auto look = [&](const TRef<IProcessingThread>& thread, bool isRun) {
     EXPECT_FALSE(isRun);
     other.Start([&] { waiting = FThread->CountWaiting(); });
     other.WaitUntilBlocked();
-    EXPECT_EQ(thread->CountWaiting(), 0) << "the caller itself may come back";
+    inside = thread->CountWaiting();  // the caller itself may come back
   };
   FThread->Cancel(FThread->Process(TWorkItem(look)));
   other.Wait();
+  EXPECT_EQ(inside, 0);
   EXPECT_EQ(waiting, 0);
   FThread->Process(TWorkItem(look));
   FThread->Clear();
   other.Wait();
+  EXPECT_EQ(inside, 1) << "they leave the queue together, when all are told";
+  EXPECT_EQ(waiting, 0);
   Resume();
 }
 
@@ -303,19 +306,24 @@ TEST_F(ProcessingThreadTest, ItemsMayCancelThemselves) {
 TEST_F(ProcessingThreadTest, ClearTellsAllThatWaits) {
   FThread->Clear();
   Hold();
+  bool fails = true;
   FThread->Process(Letter('A'));
-  FThread->Process(Letter('B'));
-  FThread->Process([](const TRef<IProcessingThread>&, bool isRun) {
-    if (!isRun) throw EConvertError(u"no");
+  FThread->Process([&](const TRef<IProcessingThread>& thread, bool isRun) {
+    EXPECT_FALSE(isRun);
+    if (std::exchange(fails, false)) throw EConvertError(u"no");
+    thread->Process(Letter('C'));  // told as well
+    thread->Clear();               // by the call that goes on
   });
-  FThread->Process(Letter('C'));
+  FThread->Process(Letter('B'));
   EXPECT_THROW(FThread->Clear(), EConvertError);
-  EXPECT_EQ(FLetters, "ab");
-  EXPECT_EQ(FThread->CountWaiting(), 1) << "those behind stay";
+  EXPECT_EQ(FLetters, "a");
+  EXPECT_EQ(FThread->CountWaiting(), 3) << "all stay";
   FThread->Clear();
-  EXPECT_EQ(FLetters, "abc");
+  EXPECT_EQ(FLetters, "aabc");
   EXPECT_EQ(FThread->CountWaiting(), 0);
   Resume();
+  Settle();
+  EXPECT_EQ(FLetters, "aabc");
 }
 
 TEST_F(ProcessingThreadTest, ItemsRunWithNoLockHeld) {

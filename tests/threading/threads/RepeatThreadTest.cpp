@@ -50,11 +50,14 @@ TEST(RepeatThreadTest, CallsUntilItIsTerminated) {
   EXPECT_EQ(none, nullptr);
 
   calls = 0;
-  thread = TRepeatThread::Make(u"", [&] { ++calls, calls.notify_all(); });
+  auto carried = std::make_shared<int>();
+  const std::weak_ptr<int> watch = carried;
+  thread =
+      TRepeatThread::Make(u"", [&, carried = std::move(carried)] { ++calls, calls.notify_all(); });
   calls.wait(0);
-  thread = nullptr;  // stops and waits
-  const int before = calls;
-  EXPECT_EQ(calls, before);
+  EXPECT_FALSE(watch.expired());
+  thread = nullptr;
+  EXPECT_TRUE(watch.expired()) << "the last reference stops it and waits";
 }
 
 TEST(RepeatThreadTest, TerminateProceduresRunEachTimeAndOnTheCaller) {
@@ -100,7 +103,7 @@ TEST(RepeatThreadTest, NeedsAProcedure) {
   EXPECT_THROW(TRepeatThread::Make(u"None", TConstProc<TRef<IThread>>()), EAssertionFailed);
   EXPECT_THROW(TPeriodicThread::MakeComponent(nullptr, u"None", 1, nullptr), EAssertionFailed);
   std::atomic<bool> isCalled = false;
-  const TProc<> handle = [&] { isCalled = true; };
+  const TProc<> handle = [&] { isCalled = true, isCalled.notify_all(); };
   const auto thread = TRepeatThread::Make(u"", handle);
   isCalled.wait(false);
 }
@@ -189,7 +192,7 @@ TEST(RepeatThreadTest, PeriodsArePausesAfterTheCall) {
   EXPECT_FALSE(thread->Terminated()) << "it ended by itself";
 
   calls = 0;
-  thread = TPeriodicThread::CreateObject(u"", INT32_MAX, [&] { ++calls; });
+  thread = TPeriodicThread::CreateObject(u"", INT32_MAX, [&] { ++calls, calls.notify_all(); });
   calls.wait(0);
   thread = nullptr;  // ends the pause
   EXPECT_EQ(calls, 1);

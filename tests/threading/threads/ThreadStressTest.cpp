@@ -59,6 +59,41 @@ TEST(ThreadStressTest, WhatIsCancelledDoesNotRunAnyMore) {
   EXPECT_EQ(thread->CountWaiting(), 0);
 }
 
+// Nobody posts behind the last item: who forgets to wake the thread waits for ever.
+TEST(ThreadStressTest, EachItemIsRunOrToldOnce) {
+  TALVO_SEEDED(engine);
+  for (int round = 0; round < 200; ++round) {
+    std::atomic<int> done = 0, faults = 0;
+    constexpr int Posters = 3, Items = 40;
+    std::atomic<int> next = 0;
+    int last[Posters] = {-1, -1, -1};  // the thread's own
+    const bool isCleared = engine() % 2 == 0;
+    const auto thread = TProcessingThread::Make();
+    OnThreads(Posters, engine, [&](TEngine& own) {
+      const int poster = next++;
+      std::vector<std::atomic<bool>> isDone(Items);
+      for (int i = 0; i < Items; ++i) {
+        const bool isFirst = own() % 8 == 0;
+        thread->Process(
+            [&, poster, i, isFirst](const TRef<IProcessingThread>& self, bool isRun) {
+              if (isDone[static_cast<size_t>(i)].exchange(true)) ++faults;
+              if (isRun && !isFirst && std::exchange(last[poster], i) > i) ++faults;
+              if (isRun && self->CountWaiting() >= Posters * Items) ++faults;
+              ++done;
+              done.notify_all();
+            },
+            isFirst);
+        for (uint32_t spin = own() % 300; spin > 0; --spin) own.discard(1);
+        if (isCleared && own() % 16 == 0) thread->Clear();
+      }
+      for (int seen = done; seen < Posters * Items; seen = done) done.wait(seen);
+    });
+    EXPECT_EQ(faults, 0);
+    EXPECT_EQ(done, Posters * Items);
+    EXPECT_EQ(thread->CountWaiting(), 0);
+  }
+}
+
 TEST(ThreadStressTest, ThreadsAreDroppedWhileOthersPost) {
   TALVO_SEEDED(engine);
   std::atomic<int> carried = 0, ends = 0;
