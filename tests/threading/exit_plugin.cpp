@@ -138,6 +138,7 @@ __attribute__((visibility("default"))) void LeaveThreadsAlive() {
 /// Threads that nobody ends, inside the library and in nothing of this module.
 __attribute__((visibility("default"))) void LeaveLibraryThreadsAlive() {
   LeaveIdleThreads();
+  GExecuted->WaitFor(NoTimeLimit);  // its code is this module's
   TProcessingThread::MakeNamed(u"Left").Detach();
   THiddenWindowThread::Make(u"Left").Detach();
   TProc<> link = TAnimationClock::Subscribe([] {});
