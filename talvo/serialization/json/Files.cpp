@@ -4,12 +4,16 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <ostream>
 #include <vector>
 #include <talvo/serialization/json/Tape.h>
 #include <talvo/serialization/json/Writer.h>
 
 namespace Talvo {
+
+namespace fs = std::filesystem;
+
 namespace {
 
 [[noreturn]] void RaiseFileError(u16string_view operation, u16string_view path) {
@@ -17,18 +21,31 @@ namespace {
                     FromUtf8(std::strerror(errno), TSurrogates::Replace));
 }
 
-std::FILE* OpenFile(u16string_view path, const char* mode) {
-  if (path.find(u'\0') == path.npos)
-    return std::fopen(ToUtf8(path, TSurrogates::Keep).c_str(), mode);
-  errno = EINVAL;  // the system would take what stands in front of the NUL for the path
-  return nullptr;
+/// The path as the system takes it.
+fs::path NativePath(u16string_view path, u16string_view operation) {
+  if (path.find(u'\0') != path.npos) {
+    errno = EINVAL;  // the system would take what stands in front of the NUL for the path
+    RaiseFileError(operation, path);
+  }
+  return ToUtf8(path, TSurrogates::Keep);
+}
+
+/// What a path stands for behind its symbolic links, whether or not it is there.
+fs::path BehindLinks(fs::path path) {
+  constexpr int MostLinks = 40;  // the system's own limit
+  std::error_code failure;
+  for (int i = 0; i < MostLinks && fs::is_symlink(path, failure); ++i) {
+    path = path.parent_path() / fs::read_symlink(path, failure);
+  }
+  return path;
 }
 
 /// An open file; closed with its owner.
 class TFile {
  public:
-  TFile(u16string_view path, const char* mode, u16string_view operation)
-      : FPath(path), FOperation(operation), FFile(OpenFile(path, mode)) {
+  /// Messages name `path`.
+  TFile(const fs::path& native, const char* mode, u16string_view operation, u16string_view path)
+      : FPath(path), FOperation(operation), FFile(std::fopen(native.c_str(), mode)) {
     if (!FFile) Raise();
   }
   TFile(const TFile&) = delete;
@@ -144,19 +161,22 @@ void SaveJsonFile(u16string_view path, const TRef<IJsonElement>& element,
                   const TRef<IJsonFormatter>& formatter, TByteOrderMark mark,
                   TSurrogates surrogates) {
   const TJsonElement& instance = Instance(element);
-  const string part = string(path) + u".part";
-  const std::string partName = ToUtf8(part, TSurrogates::Keep);
-  TFile file(part, "wb", u"write");
+  const fs::path target = BehindLinks(NativePath(path, u"write"));
+  std::error_code failure;
+  const fs::file_status old = fs::status(target, failure);
+  const bool isOld = fs::is_regular_file(old);
+  const bool isReplaced = isOld || old.type() == fs::file_type::not_found;
+  const fs::path name = isReplaced ? target.native() + ".part" : target.native();
+  TFile file(name, "wb", u"write", path);
   try {
+    if (isOld) fs::permissions(name, old.permissions(), failure);
     TFileSink sink(file);
     if (mark == TByteOrderMark::Utf8) file.Write("\xEF\xBB\xBF", 3);
     Detail::WriteJsonText(sink, instance, formatter, surrogates);
     file.Close();
-    if (std::rename(partName.c_str(), ToUtf8(path, TSurrogates::Keep).c_str()) != 0) {
-      RaiseFileError(u"write", path);
-    }
+    if (isReplaced && std::rename(name.c_str(), target.c_str()) != 0) file.Raise();
   } catch (...) {
-    std::remove(partName.c_str());
+    if (isReplaced) std::remove(name.c_str());
     throw;
   }
 }
@@ -178,7 +198,7 @@ bool IsValidJson(const TRef<IJsonElement>& element) {
 namespace Detail {
 
 std::string ReadFileBytes(u16string_view path) {
-  const TFile file(path, "rb", u"read");
+  const TFile file(NativePath(path, u"read"), "rb", u"read", path);
   std::string bytes;
   char buffer[65536];
   while (const size_t count = std::fread(buffer, 1, sizeof buffer, file.Get())) {

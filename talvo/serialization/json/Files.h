@@ -22,8 +22,10 @@ TALVO_API void WriteJson(std::ostream& stream, const TRef<IJsonElement>& element
                          TSurrogates surrogates = TSurrogates::Refuse);
 
 /// Writes the text of an element to a file. It stands under its name only when it is whole: until
-/// then it grows beside it, as `path` with ".part" behind. Raises EInOutError, and the old
-/// file stays.
+/// then it grows beside it, with ".part" behind the name. It takes the place and the permissions of
+/// the file that was there, behind symbolic links; the owner is whoever writes. What is no file,
+/// such as a pipe or a device, is written to as it stands. Raises EInOutError, and the old file
+/// stays.
 TALVO_API void SaveJsonFile(u16string_view path, const TRef<IJsonElement>& element,
                             const TRef<IJsonFormatter>& formatter = nullptr,
                             TByteOrderMark mark = TByteOrderMark::None,

@@ -2,8 +2,11 @@
 #include <talvo/serialization/json/Files.h>
 
 #include <cmath>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "JsonTesting.h"
 
@@ -59,6 +62,31 @@ TEST_F(JsonFilesTest, AFailedSaveLeavesTheOldFile) {
   EXPECT_THROW(SaveJsonFile(FPath, ObjectWith(u"a")), EInOutError);
   EXPECT_EQ("[1]", ReadBytes(FPath));
   EXPECT_EQ(2, FileCount());
+}
+
+TEST_F(JsonFilesTest, ASaveKeepsWhatTheNameStandsFor) {
+  const fs::path link = FFolder / "link", secondLink = FFolder / "second", pipe = FFolder / "pipe";
+  fs::create_symlink(fs::path(FPath).filename(), link);
+  fs::create_symlink(link, secondLink);
+  SaveJsonFile(secondLink.u16string(), Json(u"[1]"));  // the file was not there
+  EXPECT_EQ("[1]", ReadBytes(FPath));
+  fs::permissions(FPath, fs::perms::owner_read | fs::perms::owner_write);
+  SaveJsonFile(secondLink.u16string(), Json(u"[2]"));
+  EXPECT_EQ("[2]", ReadBytes(FPath));
+  EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(FPath).permissions());
+  EXPECT_TRUE(fs::is_symlink(link) && fs::is_symlink(secondLink));
+  EXPECT_EQ(3, FileCount());
+
+  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+  const int reader = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+  SaveJsonFile(pipe.u16string(), Json(u"[3]"));
+  char bytes[8] = {};
+  EXPECT_EQ(3, read(reader, bytes, sizeof bytes));
+  EXPECT_STREQ("[3]", bytes);
+  close(reader);
+  EXPECT_TRUE(fs::is_fifo(pipe));
+  fs::create_symlink("circle", FFolder / "circle");
+  EXPECT_THROW(SaveJsonFile((FFolder / "circle").u16string(), Json(u"[]")), EInOutError);
 }
 
 TEST_F(JsonFilesTest, ReadsEveryEncodingThatAMarkTells) {
