@@ -14,6 +14,7 @@ readonly examples="$talvo_root/build/release/examples"
 result=0
 "$examples/json_document" "$@" || result=$?
 echo
-echo "What is in /usr/share/doc and /usr/share/iso-codes:"
-"$examples/pipeline" /usr/share/doc /usr/share/iso-codes || result=$?
+readonly summary=$talvo_root/build/pipeline.json
+echo "What is in /usr/share/doc and /usr/share/iso-codes, at length in build/pipeline.json:"
+"$examples/pipeline" --summary "$summary" /usr/share/doc /usr/share/iso-codes || result=$?
 exit "$result"

@@ -8,8 +8,8 @@
 //   (thread)                            `-------> progress      on the main thread
 //
 // Ctrl-C stops it in mid-run: from that moment results are refused, what has not begun is called
-// off, and the report holds all that was taken before. The exit code is 0 when everything was read,
-// 1 when not, 2 for a wrong command line.
+// off, and the report holds all that was taken before. It goes to the screen, and whole to FILE.
+// The exit code is 0 when everything was read, 1 when not, 2 for a wrong command line.
 
 #include <atomic>
 #include <cerrno>
@@ -32,13 +32,18 @@ namespace {
 // --- Reading one file -------------------------------------------------------------------------
 
 struct TFileResult {
-  string Path;
+  fs::path Path;
   uint64_t Bytes = 0;
   uint64_t Hash = 0;
   bool IsDocument = false;
   uint64_t Elements = 0;  // of a JSON document
   string Fault;           // empty when all went well
 };
+
+/// A path for people: a name may be any bytes.
+string NameOf(const fs::path& path) {
+  return FromUtf8(path.native(), TSurrogates::Replace);
+}
 
 /// FNV-1a, http://www.isthe.com/chongo/tech/comp/fnv/: enough to tell files apart that nobody
 /// forged.
@@ -63,7 +68,7 @@ uint64_t CountElements(const TRef<IJsonElement>& document) {
 }
 
 TFileResult ReadFile(const fs::path& path) {
-  TFileResult result{.Path = path.u16string(), .Fault = u""};
+  TFileResult result{.Path = path, .Fault = u""};
   try {
     std::ifstream file(path, std::ios::binary);
     const std::string bytes(std::istreambuf_iterator<char>(file), {});
@@ -102,13 +107,13 @@ class TReport {
  public:
   void Take(const TFileResult& result) {
     if (!result.Fault.empty()) {
-      FFaults->Add(TStringJsonElement::Make(result.Path + u": " + result.Fault));
+      FFaults->Add(TStringJsonElement::Make(NameOf(result.Path) + u": " + result.Fault));
       return;
     }
     FRead.Add(result);
     if (result.IsDocument) FDocuments.Add(result);
     FElements += result.Elements;
-    const string kind = fs::path(result.Path).extension().u16string();
+    const string kind = NameOf(result.Path.extension());
     TTotal total = FKinds->GetValueOrDefault(kind);
     total.Add(result);
     FKinds->Add(kind, total);
@@ -146,10 +151,9 @@ class TReport {
 
 class TPipeline {
  public:
-  explicit TPipeline(TRef<IArrayList<string>> folders) : FFolders(std::move(folders)) {
+  explicit TPipeline(TRef<IArrayList<fs::path>> folders) : FFolders(std::move(folders)) {
     FOwner->SetName(u"Pipeline");
     FPool->SetPriority(tpNormal);
-    FPool->SetGroupSize(16);
     FResults.Add([this](const TFileResult& result) { FReport.Take(result); });
     FResults.Add([this](const TFileResult&) { ShowProgress(); });
   }
@@ -166,7 +170,7 @@ class TPipeline {
   void Stop() {
     const auto stop = FLock->StopLock();  // from here on, whoever comes with a result is refused
     if (FFinding) FFinding->Terminate();  // the finder has returned behind this
-    FReading->Terminate();                // and so have the readers
+    FPool = nullptr;                      // and so have the readers; what waits is called off
     if (!IsOver()) FIsStopped = true;
   }
 
@@ -175,10 +179,17 @@ class TPipeline {
 
   bool IsComplete() const { return !FIsStopped && FReport.IsFaultless(); }
 
+  /// The state at the end. On the main thread, behind Stop.
+  void ShowEnd() {
+    FNextLine = 0;
+    Draw();
+    if (FIsForPeople) std::cerr << std::endl;
+  }
+
   TRef<IJsonElement> Summary() const {
     auto summary = TJsonObject::Make();
     auto folders = TJsonArray::Make();
-    for (const string& folder : FFolders) folders->Add(TStringJsonElement::Make(folder));
+    for (const fs::path& folder : FFolders) folders->Add(TStringJsonElement::Make(NameOf(folder)));
     summary->Add(u"folders", TArrayJsonElement::Make(folders))
         .Add(u"stopped", TBooleanJsonElement::Make(FIsStopped))
         .Add(u"found", TIntegerJsonElement::Make(FCountFound))
@@ -191,23 +202,38 @@ class TPipeline {
  private:
   // On the finder's thread.
   void Find(const TRef<IExecution>& self) {
-    for (const string& folder : FFolders) {
+    auto folders = TArrayList<fs::path>::Make();
+    folders->Append(FFolders).Reverse();
+    for (fs::path folder; folders->ExtractLast(folder);) {
       std::error_code failure;
-      fs::recursive_directory_iterator file(folder, fs::directory_options::skip_permission_denied,
-                                            failure);
-      for (; !failure && file != fs::end(file); file.increment(failure)) {
+      fs::directory_iterator entry(folder, failure);
+      for (; !failure && entry != fs::end(entry); entry.increment(failure)) {
         if (self->IsTerminated()) return;
-        if (file->symlink_status(failure).type() != fs::file_type::regular) continue;
-        ++FCountFound;
-        FReading->Add(FPool->Execute([this, path = file->path()] { Publish(ReadFile(path)); }));
+        // What cannot be looked at is left to the reader, who tells why.
+        std::error_code unknown;
+        const auto type = entry->symlink_status(unknown).type();
+        if (type == fs::file_type::directory) folders->Add(entry->path());
+        if (type == fs::file_type::regular || unknown) Read(entry->path());
       }
       if (failure) {
         ++FCountFound;
-        Publish({.Path = folder, .Fault = FromUtf8(failure.message(), TSurrogates::Replace)});
+        const string fault = FromUtf8(failure.message(), TSurrogates::Replace);
+        Publish({.Path = folder, .Fault = fault});
       }
     }
     FIsAllFound = true;
     ShowProgress();
+  }
+
+  /// Waits while the readers are too far behind.
+  void Read(const fs::path& path) {
+    ++FCountFound;
+    FRoom->Decrement(NoTimeLimit);
+    FPool->Execute([this, path] {
+      const TFileResult result = ReadFile(path);
+      FRoom->Increment(1);
+      Publish(result);
+    });
   }
 
   // On any thread.
@@ -232,15 +258,15 @@ class TPipeline {
     if (FIsForPeople) {
       const auto filled = static_cast<size_t>(found > 0 ? taken * Width / found : 0);
       std::cerr << "\r[" << std::string(filled, '#') << std::string(Width - filled, '.') << "] "
-                << taken << " of " << found << (FIsAllFound ? " files " : " files...")
-                << (IsOver() ? "\n" : "") << std::flush;
+                << taken << " of " << found << (FIsAllFound ? " files   " : " files...")
+                << std::flush;
     } else if (taken >= FNextLine) {
       std::cerr << taken << " of " << found << " files" << std::endl;
       FNextLine = taken + 1000;
     }
   }
 
-  const TRef<IArrayList<string>> FFolders;
+  const TRef<IArrayList<fs::path>> FFolders;
   const TOwn<TComponent> FOwner = Create<TComponent>(nullptr);  // gives the threads its name
 
   const TRef<IBasicLock> FLock = TLock::Make();
@@ -255,10 +281,11 @@ class TPipeline {
   const bool FIsForPeople = isatty(STDERR_FILENO) != 0;
   int64_t FNextLine = 1;
 
+  // How many files may be found and not read yet: memory does not grow with the tree.
+  const TRef<ISemaphore> FRoom = TSemaphore::Make(/*initialCount*/ 256, /*maximumCount*/ 256);
   const TRef<IThreadExecutor> FFinder = TThreadExecutor::MakeComponent(FOwner.Get());
-  const TRef<IThreadPoolExecutor> FPool = TThreadPoolExecutor::MakeComponent(
+  TRef<IThreadPoolExecutor> FPool = TThreadPoolExecutor::MakeComponent(
       FOwner.Get(), std::max(1, static_cast<int32_t>(std::thread::hardware_concurrency())));
-  const TRef<IExecutionTask> FReading = TExecutionTask::Make();  // the finder's until it returns
   TRef<IExecution> FFinding;
 };
 
@@ -295,39 +322,55 @@ void RunUntilOver(TPipeline& pipeline, const TInterrupt& interrupt) {
   }
 }
 
-int Usage() {
-  std::cerr << "Usage: pipeline [--summary FILE] [FOLDER...]\n";
-  return 2;
+/// For exceptions that nobody is left to handle.
+int Fail(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const std::exception& known) {
+    std::cerr << "pipeline: " << known.what() << std::endl;
+  }
+  return 1;
 }
 
-int Run(int count, char** arguments) {
-  fs::path summaryPath = fs::temp_directory_path() / "talvo_pipeline.json";
-  auto folders = TArrayList<string>::Make();
+struct TArguments {
+  TRef<IArrayList<fs::path>> Folders = TArrayList<fs::path>::Make();
+  fs::path SummaryPath;  // empty for none
+  bool AreWrong = false;
+};
+
+TArguments Parse(int count, char** arguments) {
+  TArguments parsed;
   for (int i = 1; i < count; ++i) {
     const std::string_view argument = arguments[i];
-    if (argument == "--summary") {
-      if (++i == count) return Usage();
-      summaryPath = arguments[i];
-    } else if (argument.starts_with("--")) {
-      return Usage();
+    if (argument == "--summary" && i + 1 < count) {
+      parsed.SummaryPath = arguments[++i];
+    } else if (argument.starts_with("-")) {
+      parsed.AreWrong = true;
     } else {
-      folders->Add(fs::path(argument).u16string());
+      parsed.Folders->Add(argument);
     }
   }
-  if (folders->Count() == 0) folders->Add(u"/usr/share/doc");
+  if (parsed.Folders->Count() == 0) parsed.Folders->Add("/usr/share/doc");
+  return parsed;
+}
 
+int Run(const TArguments& arguments) {
   const TInterrupt interrupt;
-  TPipeline pipeline(folders);
+  TPipeline pipeline(arguments.Folders);
   pipeline.Start();
   RunUntilOver(pipeline, interrupt);
   pipeline.Stop();
+  pipeline.ShowEnd();
 
   const TRef<IJsonElement> summary = pipeline.Summary();
-  SaveJsonFile(summaryPath.u16string(), summary, TJsonIndentedFormatter::Make(2));
   for (const auto& [name, value] : summary->Obj()) {
     if (name != u"kinds") std::cout << "  " << name << ": " << value->AsString() << '\n';
   }
-  std::cout << "  summary: " << summaryPath.string() << '\n';
+  if (!std::cout.flush()) throw EInOutError(u"Cannot write the report");
+  if (!arguments.SummaryPath.empty()) {
+    SaveJsonFile(FromUtf8(arguments.SummaryPath.native()), summary,
+                 TJsonIndentedFormatter::Make(2));
+  }
   return pipeline.IsComplete() ? 0 : 1;
 }
 
@@ -335,9 +378,15 @@ int Run(int count, char** arguments) {
 
 int main(int count, char** arguments) {
   try {
-    return Run(count, arguments);
-  } catch (const std::exception& failure) {
-    std::cerr << "pipeline: " << failure.what() << '\n';
-    return 1;
+    const TArguments parsed = Parse(count, arguments);
+    if (parsed.AreWrong) {
+      std::cerr << "Usage: pipeline [--summary FILE] [FOLDER...]\n";
+      return 2;
+    }
+    // Work that raised has lost its result: no report would be right.
+    SetSwallowedExceptionHook([](const std::exception_ptr& failure) { std::_Exit(Fail(failure)); });
+    return Run(parsed);
+  } catch (...) {
+    return Fail(std::current_exception());
   }
 }

@@ -3,6 +3,7 @@
 """Runs the example pipeline: over a tree whose content is known, and stopped in mid-run."""
 
 import json
+import os
 import signal
 import subprocess
 import sys
@@ -51,11 +52,23 @@ class PipelineTest(unittest.TestCase):
     def test_faults_are_listed_and_lose_nothing(self):
         (self.tree / "bad.json").write_text("[1 2]")
         (self.tree / "good.json").write_text("[1, 2]")
-        code, summary, _ = self.end(self.start(self.tree, "nowhere"))
+        Path(os.fsdecode(os.fsencode(self.tree) + b"/\xff.txt")).write_text("a name of any bytes")
+        (self.tree / "loop").symlink_to("loop")
+        code, summary, errors = self.end(self.start(self.tree, self.tree / "loop", "nowhere"))
         self.assertEqual(code, 1)
         self.assertEqual(summary["documents"]["files"], 1)
-        self.assertEqual(len(summary["faults"]), 2)
+        self.assertEqual(summary["read"]["files"], 2)
+        self.assertEqual(len(summary["faults"]), 3)
         self.assertIn("bad.json: Expected ']' or ','", "\n".join(summary["faults"]))
+        self.assertIn("5 of 5 files", errors)
+
+    def test_a_report_that_cannot_be_written_is_told(self):
+        (self.tree / "a.txt").write_text("a")
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            run = subprocess.run([PIPELINE, self.tree], stdout=full, stderr=subprocess.PIPE,
+                                 text=True, timeout=TIME_LIMIT_S, check=False)
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("pipeline: Cannot write the report", run.stderr)
 
     def test_an_interrupt_stops_it_and_keeps_what_was_taken(self):
         for number in range(3000):

@@ -22,7 +22,7 @@ add_test(NAME Threading.ExitLoaded COMMAND talvo_exit_loaded 20 $<TARGET_FILE:ta
 # What is alive at the end is no leak here.
 set_tests_properties(
   Threading.ExitLinked Threading.ExitLoaded
-  PROPERTIES TIMEOUT 120 FAIL_REGULAR_EXPRESSION never
+  PROPERTIES TIMEOUT 300 FAIL_REGULAR_EXPRESSION never
              ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0;TSAN_OPTIONS=report_thread_leaks=0:atexit_sleep_ms=0")
 # The sanitizers have threads of their own, which wake up.
 if(NOT TALVO_SANITIZE)
