@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/platform/Thread.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -50,7 +51,8 @@ int StartThread(TThreadHandle& handle, void* (*entry)(void*), void* argument) no
 }
 
 void JoinThread(TThreadHandle handle) noexcept {
-  pthread_join(handle, nullptr);
+  // A thread that would wait for itself, as it does in its last destructors, is not joined.
+  if (pthread_join(handle, nullptr) == EDEADLK) pthread_detach(handle);
 }
 
 void DetachCurrentThread() noexcept {

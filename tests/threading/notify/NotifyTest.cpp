@@ -66,6 +66,24 @@ TEST(SubscriptionTest, TheSenderMayEndFirst) {
   const auto last = TSubscription(TProc<>([&] { ++ends; }));
 }
 
+TEST(SubscriptionTest, EndsWithinANotification) {
+  TMultiProc<> sender;
+  int calls = 0;
+  const TProc<> counts = [&] { ++calls; };
+  TSubscription first = TSubscription::To(sender, counts),
+                second = TSubscription::To(sender, counts);
+  const TProc<> ends = sender.Add([&] {
+    first.End();
+    second = TSubscription::To(sender, counts);
+    second.End();
+  });
+  sender.Notify();
+  sender.Remove(ends);
+  calls = 0;
+  sender.Notify();
+  EXPECT_EQ(calls, 0);
+}
+
 TEST(DeliveryTest, TakesNotificationsToTheMainThread) {
   int calls = 0;
   string names;

@@ -470,5 +470,57 @@ TEST_F(ProcessingThreadTest, LastReferencesMayGoOnTheThreadItself) {
   }
 }
 
+TEST_F(ProcessingThreadTest, CancelWaitsForWhatTerminateRuns) {
+  TWorker canceller;
+  Hold();
+  FThread->Process([this] { FThread->Terminate(); });
+  std::latch isIn(1), mayGo(1);
+  bool isOver = false;
+  const TWorkItem drained =
+      FThread->Process(TWorkItem([&](const TRef<IProcessingThread>&, bool isRun) {
+        EXPECT_TRUE(isRun);
+        isIn.count_down();
+        mayGo.wait();
+        isOver = true;
+      }));
+  FThread->Process(Letter('A'));
+  Resume();
+  isIn.wait();
+  canceller.Start([&] {
+    FThread->Cancel(drained);
+    EXPECT_TRUE(isOver);
+  });
+  canceller.WaitUntilBlocked();
+  mayGo.count_down();
+  canceller.Wait();
+  FThread->WaitFor();
+  EXPECT_EQ(FLetters, "A");
+}
+
+TEST_F(ProcessingThreadTest, ClearTellsWhatIsAddedInFrontMeanwhile) {
+  Hold();
+  FThread->Process(TWorkItem([&](const TRef<IProcessingThread>&, bool) {
+    const TWorkItem dropped = FThread->Process(Letter('X'), /*isFirst*/ true);
+    FThread->Process(Letter('A'), /*isFirst*/ true);
+    FThread->Process(Letter('C'));
+    FThread->Cancel(dropped);
+  }));
+  FThread->Process(Letter('B'));
+  FThread->Clear();
+  EXPECT_EQ(FThread->CountWaiting(), 0);
+  Resume();
+  Settle();
+  EXPECT_EQ(FLetters, "xabc");
+}
+
+TEST_F(ProcessingThreadTest, BlockingCallsReturnFromAThreadThatDidNotBegin) {
+  const TProc<> link = RegisterThreadStartNotify([] { throw EAssertionFailed(u"not today"); });
+  FThread = TProcessingThread::MakeNamed(u"Never");
+  FThread->WaitFor();
+  UnRegisterThreadStartNotify(link);
+  FThread->ProcessBlocking(Letter('A'));
+  EXPECT_EQ(FLetters, "");
+}
+
 }  // namespace
 }  // namespace Talvo

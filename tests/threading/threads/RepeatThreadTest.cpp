@@ -267,5 +267,43 @@ TEST(RepeatThreadTest, KeepsPriorities) {
   EXPECT_EQ(thread->GetPriority(), tpLower);
 }
 
+// Both threads count a reference down at about the same time; whoever is last ends the object.
+TEST(RepeatThreadTest, LastReferencesMayGoOnTwoThreadsAtOnce) {
+  std::atomic<bool> isIn = false;
+  for (int i = 0; i < 500; ++i) {
+    isIn = false;
+    TRef<IThread> thread = TRepeatThread::Make(u"Copying", [&](const TRef<IThread>& self) {
+      while (!self->IsTerminated()) {
+        TRef<IThread> copy = self;
+        isIn = true;
+        copy = nullptr;
+        if (!TThread::CurrentThread()) return;  // that was it
+      }
+    });
+    while (!isIn) std::this_thread::yield();
+    thread = nullptr;
+  }
+}
+
+/// A thread whose construction fails behind its start.
+template <class T>
+struct TUnfinished : T {
+  using T::T;
+  void AfterConstruction() override {
+    T::AfterConstruction();
+    throw EAssertionFailed(u"behind the start");
+  }
+};
+
+TEST(RepeatThreadTest, AFailedConstructionWaitsForTheThread) {
+  const std::string kept = "what the procedure uses";
+  for (int i = 0; i < 100; ++i) {
+    const TThreadProc proc = [kept] { EXPECT_FALSE(kept.empty()); };
+    EXPECT_THROW(Create<TUnfinished<TRepeatThread>>(u"A", proc, nullptr), EAssertionFailed);
+    EXPECT_THROW(Create<TUnfinished<TPeriodicThread>>(u"B", 3'600'000, proc, nullptr),
+                 EAssertionFailed);
+  }
+}
+
 }  // namespace
 }  // namespace Talvo
