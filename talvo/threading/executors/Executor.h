@@ -12,7 +12,8 @@
 // operations may be called on any thread.
 
 #include <talvo/runtime/Function.h>
-#include <talvo/runtime/Thread.h>
+#include <talvo/runtime/ThreadPriority.h>
+#include <talvo/threading/sync/TimeLimit.h>
 
 namespace Talvo {
 

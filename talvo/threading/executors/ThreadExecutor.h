@@ -2,12 +2,12 @@
 #pragma once
 // TThreadExecutor: a thread for each execution.
 
-#include <talvo/platform/Sync.h>
 #include <talvo/threading/executors/Executor.h>
 #include <talvo/threading/executors/ManagedObject.h>
-#include <talvo/threading/threads/ProcessingThread.h>
 
 namespace Talvo {
+
+class TComponent;
 
 /// The base of executors with threads. The owner gives them its name; it is not owned, may be
 /// null, and otherwise outlives the executor.
@@ -52,31 +52,6 @@ class TALVO_API TThreadExecutor : public TBasicThreadExecutor,
 
  private:
   TThreadPriority FPriority = tpIdle;  // atomic
-};
-
-/// Code with its thread. Terminate ends the thread, and IsTerminated is true while it waits for it.
-class TALVO_API TThreadExecutor::TExecution final
-    : public TImplements<TBasicInterfacedObject, IExecution> {
- public:
-  /// Exactly one of `lambda` and `lambdaSelf` is there.
-  TExecution(TComponent* owner, TThreadPriority priority, TProc<> lambda,
-             TConstProc<TRef<IExecution>> lambdaSelf);
-
-  bool WaitFor(uint32_t timeoutMs) override;
-  void Terminate() override;
-  bool IsTerminated() override;
-
- protected:
-  void Construct() override;
-
- private:
-  void Run(TProc<> lambda, TConstProc<TRef<IExecution>> lambdaSelf);
-
-  Platform::TEvent FCompletedEvent{{}, /*isManual*/ true, /*isSignalled*/ false};
-  const TRef<IProcessingThread> FThread;
-  // Until the thread has them.
-  TProc<> FLambda;
-  TConstProc<TRef<IExecution>> FLambdaSelf;
 };
 
 }  // namespace Talvo

@@ -13,6 +13,7 @@
 // until a thread runs dry.
 
 #include <talvo/threading/executors/ThreadExecutor.h>
+#include <talvo/threading/threads/ProcessingThread.h>
 
 namespace Talvo {
 

@@ -13,7 +13,7 @@
 // When a thread ends as the owner, the next one that asks gets the lock; what the dead thread had
 // open stays counted until those sections end.
 
-#include <talvo/platform/Sync.h>
+#include <talvo/platform/LocalSync.h>
 #include <talvo/threading/lock/BasicLock.h>
 
 namespace Talvo {
