@@ -52,7 +52,9 @@ class IThreadPoolExecutor : public virtual IThreadExecutor {
   /// thread next runs dry; lowered, the threads too many end as they run dry. Raises ERangeError
   /// above 2147483647.
   virtual IThreadPoolExecutor& SetCount(uint32_t value) = 0;
-  /// How much work may wait at one thread, beside what it runs, and it still gets more.
+  /// How much work may wait at one thread, beside what it runs, and it still gets more; 0 at first.
+  /// The larger it is, the more work waits behind a long job while other threads have nothing to
+  /// do.
   virtual IThreadPoolExecutor& SetGroupSize(uint32_t value) = 0;
 };
 
