@@ -3,7 +3,7 @@
 // Executors: they run code somewhere and hand back an execution, which can be waited for and
 // called off.
 //
-//   TRef<IExecutor> executor = TThreadPoolExecutor::Make(4);
+//   TRef<IExecutor> executor = TThreadPoolExecutor::Make(4);          // in ThreadPoolExecutor.h
 //   auto job = executor->Execute([] { Compress(); });
 //   job->WaitFor(NoTimeLimit);
 //
