@@ -42,6 +42,8 @@ class IExecutor : public virtual IInterface {
 /// Runs code on threads with a priority.
 class IThreadExecutor : public virtual IExecutor {
   TALVO_INTERFACE(IThreadExecutor, IExecutor);
+  /// The priority of the threads that are made from here on; a pool also gives it to those it has.
+  /// tpIdle at first. Does not wait. Raises ERangeError for a value that is no priority.
   virtual void SetPriority(TThreadPriority value) = 0;
 };
 
@@ -58,9 +60,13 @@ class IThreadPoolExecutor : public virtual IThreadExecutor {
   virtual IThreadPoolExecutor& SetGroupSize(uint32_t value) = 0;
 };
 
-/// Executions that are waited for as one. Filled by one thread.
+/// Executions that are waited for as one. Filled by one thread. It keeps every execution that it
+/// was given until its own end, also those that have run.
 class IExecutionTask : public virtual IExecution {
   TALVO_INTERFACE(IExecutionTask, IExecution);
+  /// Adds one more to those that WaitFor and Terminate are about. Called by the thread that fills
+  /// the task, never beside WaitFor or Terminate. Does not wait. An empty one is an assertion
+  /// failure.
   virtual void Add(TRef<IExecution> execution) = 0;
 };
 
