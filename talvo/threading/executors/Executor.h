@@ -37,6 +37,18 @@ class IExecutor : public virtual IInterface {
   virtual TRef<IExecution> Execute(TProc<> executeLambda) = 0;
   /// The code gets the execution that it is.
   virtual TRef<IExecution> Execute(TConstProc<TRef<IExecution>> executeLambda) = 0;
+
+  /// Tells at compile time what is wrong with code that neither of the others takes.
+  template <Detail::MisfitFor<TProc<>, TConstProc<TRef<IExecution>>> F>
+  TRef<IExecution> Execute(F&& /*code*/) {
+    constexpr bool returnsNothing =
+        !Detail::ReturnsSomething<F>() && !Detail::ReturnsSomething<F, const TRef<IExecution>&>();
+    static_assert(returnsNothing,
+                  "An execution's code returns nothing; use a variable that it captures.");
+    static_assert(!returnsNothing,
+                  "An execution's code takes no argument, or one const TRef<IExecution>&.");
+    return nullptr;
+  }
 };
 
 /// Runs code on threads with a priority.

@@ -19,6 +19,7 @@ class TALVO_API TBasicThreadExecutor
 
   TRef<IExecution> Execute(TProc<> executeLambda) override = 0;
   TRef<IExecution> Execute(TConstProc<TRef<IExecution>> executeLambda) override = 0;
+  using IExecutor::Execute;
 
  protected:
   TComponent* const FOwner;
@@ -47,6 +48,7 @@ class TALVO_API TThreadExecutor : public TBasicThreadExecutor,
 
   TRef<IExecution> Execute(TProc<> executeLambda) override;
   TRef<IExecution> Execute(TConstProc<TRef<IExecution>> executeLambda) override;
+  using IExecutor::Execute;
   /// The priority of threads that are made from here on; tpIdle at first.
   void SetPriority(TThreadPriority value) override;
 

@@ -51,6 +51,7 @@ class TALVO_API TThreadPoolExecutor
   /// Raises EThread when no thread can be made and there is none; nothing is queued then.
   TRef<IExecution> Execute(TProc<> executeLambda) override;
   TRef<IExecution> Execute(TConstProc<TRef<IExecution>> executeLambda) override;
+  using IExecutor::Execute;
   IThreadPoolExecutor& SetCount(uint32_t value) override;
   IThreadPoolExecutor& SetGroupSize(uint32_t value) override;
   /// The priority of the threads there are and of those to come.

@@ -70,12 +70,34 @@ class IProcessingThread : public virtual IThread {
                    }),
                    isFirst);
   }
+  /// Tells at compile time what is wrong with code that none of the others takes.
+  template <Detail::MisfitFor<TProc<>, TWorkItem> F>
+  TWorkItem Process(F&& /*code*/, bool /*isFirst*/ = false) {
+    ExplainMisfit<F>();
+    return nullptr;
+  }
+  template <Detail::MisfitFor<TProc<>, TWorkItem> F>
+  void ProcessBlocking(F&& /*code*/, bool /*isFirst*/ = false) {
+    ExplainMisfit<F>();
+  }
   /// An item is found by its identity, which a bare lambda does not have: keep what Process
   /// returned.
   template <class F>
   requires(!std::is_same_v<F, TWorkItem> &&
-           std::is_invocable_v<const F&, const TRef<IProcessingThread>&,
-                               bool>) void Cancel(const F& lambda) = delete;
+           (std::is_invocable_v<F&> ||
+            std::is_invocable_v<F&, const TRef<IProcessingThread>&,
+                                bool>)) void Cancel(const F& lambda) = delete;
+
+ private:
+  template <class F>
+  static constexpr void ExplainMisfit() {
+    constexpr bool returnsNothing =
+        !Detail::ReturnsSomething<F>() &&
+        !Detail::ReturnsSomething<F, const TRef<IProcessingThread>&, bool>();
+    static_assert(returnsNothing, "Work returns nothing; use a variable that it captures.");
+    static_assert(!returnsNothing,
+                  "Work takes no argument, or these: const TRef<IProcessingThread>&, bool.");
+  }
 };
 
 /// The worker with a queue. It has the priority tpHighest.
@@ -120,6 +142,7 @@ class TALVO_API TProcessingThread : public TImplements<TBasicThread, IProcessing
   int32_t GetCountWaiting() const override;
   using IProcessingThread::Cancel;
   using IProcessingThread::Process;
+  using IProcessingThread::ProcessBlocking;
 
  protected:
   /// For those who see into the queue.
