@@ -63,7 +63,8 @@ class IProcessingThread : public virtual IThread {
   /// As with a procedure, in one allocation.
   template <class F>
   requires(!Detail::IsFunctionHandle<std::decay_t<F>> && !std::is_convertible_v<F, TWorkItem> &&
-           std::is_convertible_v<F, TProc<>>) TWorkItem Process(F&& code, bool isFirst = false) {
+           std::is_convertible_v<F, TProc<>> && std::is_invocable_v<std::decay_t<F>&>) TWorkItem
+      Process(F&& code, bool isFirst = false) {
     return Process(TWorkItem([code = std::decay_t<F>(std::forward<F>(code))](
                                  const TRef<IProcessingThread>&, bool isRun) mutable {
                      if (isRun) code();
