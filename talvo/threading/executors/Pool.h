@@ -19,6 +19,8 @@ extern constinit std::mutex GWithdrawal;
 
 }  // namespace Detail
 
+/// @cond INTERNAL
+
 /// Tasks in their order; each is owned.
 class TThreadPoolExecutor::TTasks {
  public:
@@ -200,5 +202,7 @@ class TThreadPoolExecutor::TExecution final
 };
 
 static_assert(sizeof(TThreadPoolExecutor::TExecution) == 64);
+
+/// @endcond
 
 }  // namespace Talvo

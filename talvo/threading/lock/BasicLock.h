@@ -54,6 +54,8 @@ class IBasicLock : public virtual IInterface {
   virtual void ExecuteStop(TFunctionRef<void()> proc) = 0;
   /// Runs `proc` while all that the calling thread holds is given up.
   virtual void ExecuteUnlockAll(TFunctionRef<void()> proc) = 0;
+  /// The same, with the lock taken back as by UnlockAllLockInOrder: behind a write section of
+  /// `firstLock`, which may be empty. Blocks for both when `proc` has returned, or raised.
   virtual void ExecuteUnlockAllLockInOrder(const TRef<IBasicLock>& firstLock,
                                            TFunctionRef<void()> proc) = 0;
 };

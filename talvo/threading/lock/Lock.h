@@ -13,7 +13,7 @@
 // When a thread ends as the owner, the next one that asks gets the lock; what the dead thread had
 // open stays counted until those sections end.
 
-#include <talvo/platform/Sync.h>
+#include <talvo/platform/LocalSync.h>
 #include <talvo/threading/lock/BasicLock.h>
 
 namespace Talvo {
@@ -38,8 +38,9 @@ struct TLockCounters {
   friend bool operator==(const TLockCounters&, const TLockCounters&) = default;
 };
 
-/// An exclusive, recursive lock with a stop mode. Nested sections of one thread cost a few
-/// nanoseconds and no allocation. Counting past the range of int32 raises EIntOverflow.
+/// An exclusive, recursive lock with a stop mode. Nested sections of one thread cost
+/// some tens of nanoseconds and no allocation. Counting past the range of int32 raises
+/// EIntOverflow.
 class TALVO_API TLock : public TImplements<TBasicLock> {
  public:
   TLock() noexcept;

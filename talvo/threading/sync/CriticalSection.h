@@ -8,7 +8,8 @@
 //
 // A thread may enter again what it is in, and leaves as often as it entered.
 
-#include <talvo/platform/Sync.h>
+#include <talvo/platform/LocalSync.h>
+#include <talvo/runtime/Function.h>
 #include <talvo/threading/sync/SynchronizationObject.h>
 
 namespace Talvo {

@@ -8,6 +8,7 @@
 
 #include <concepts>
 #include <talvo/platform/Sync.h>
+#include <talvo/runtime/Text.h>
 #include <talvo/threading/sync/SynchronizationObject.h>
 
 namespace Talvo {

@@ -10,6 +10,8 @@
 
 #include <concepts>
 #include <talvo/platform/Sync.h>
+#include <talvo/runtime/Function.h>
+#include <talvo/runtime/Text.h>
 #include <talvo/threading/sync/SynchronizationObject.h>
 
 namespace Talvo {

@@ -70,19 +70,42 @@ class IProcessingThread : public virtual IThread {
   /// As with a procedure, in one allocation.
   template <class F>
   requires(!Detail::IsFunctionHandle<std::decay_t<F>> && !std::is_convertible_v<F, TWorkItem> &&
-           std::is_convertible_v<F, TProc<>>) TWorkItem Process(F&& code, bool isFirst = false) {
+           std::is_convertible_v<F, TProc<>> && std::is_invocable_v<std::decay_t<F>&>) TWorkItem
+      Process(F&& code, bool isFirst = false) {
     return Process(TWorkItem([code = std::decay_t<F>(std::forward<F>(code))](
                                  const TRef<IProcessingThread>&, bool isRun) mutable {
                      if (isRun) code();
                    }),
                    isFirst);
   }
+  /// Tells at compile time what is wrong with code that none of the others takes.
+  template <Detail::MisfitFor<TProc<>, TWorkItem> F>
+  TWorkItem Process(F&& /*code*/, bool /*isFirst*/ = false) {
+    ExplainMisfit<F>();
+    return nullptr;
+  }
+  template <Detail::MisfitFor<TProc<>, TWorkItem> F>
+  void ProcessBlocking(F&& /*code*/, bool /*isFirst*/ = false) {
+    ExplainMisfit<F>();
+  }
   /// An item is found by its identity, which a bare lambda does not have: keep what Process
   /// returned.
   template <class F>
   requires(!std::is_same_v<F, TWorkItem> &&
-           std::is_invocable_v<const F&, const TRef<IProcessingThread>&,
-                               bool>) void Cancel(const F& lambda) = delete;
+           (std::is_invocable_v<F&> ||
+            std::is_invocable_v<F&, const TRef<IProcessingThread>&,
+                                bool>)) void Cancel(const F& lambda) = delete;
+
+ private:
+  template <class F>
+  static constexpr void ExplainMisfit() {
+    constexpr bool returnsNothing =
+        !Detail::ReturnsSomething<F>() &&
+        !Detail::ReturnsSomething<F, const TRef<IProcessingThread>&, bool>();
+    static_assert(returnsNothing, "Work returns nothing; use a variable that it captures.");
+    static_assert(!returnsNothing,
+                  "Work takes no argument, or these: const TRef<IProcessingThread>&, bool.");
+  }
 };
 
 /// The worker with a queue. It has the priority tpHighest.
@@ -128,6 +151,7 @@ class TALVO_API TProcessingThread : public TImplements<TBasicThread, IProcessing
   int32_t GetCountWaiting() const override;
   using IProcessingThread::Cancel;
   using IProcessingThread::Process;
+  using IProcessingThread::ProcessBlocking;
 
  protected:
   /// For those who see into the queue.
