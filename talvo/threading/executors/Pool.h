@@ -65,12 +65,13 @@ class TThreadPoolExecutor::TPool final : public TInterfacedObject, public Detail
   class TInside;
   class TWakeUp;
 
+  bool TryAdd(const TRef<TExecution>& task);
   void Dispatch(TWakeUp& wakeUp);
   void Give(TRef<TWorkItem::TTarget>& item, TExecution& task, TWorker& worker, TWakeUp& wakeUp);
   TWorker* FindThread() const;
   TWorker* NewThread();
   void OnEmpty(TWorker& worker);
-  bool HasSurplus() const { return static_cast<int64_t>(FThreads.size()) > FCount; }
+  bool HasSurplus() const { return FHasEnded || static_cast<int64_t>(FThreads.size()) > FCount; }
   void NoteMore();
 
   TComponent* const FOwner;
@@ -80,6 +81,7 @@ class TThreadPoolExecutor::TPool final : public TInterfacedObject, public Detail
   TThreadPriority FPriority = tpIdle;
   std::vector<TRef<TWorker>> FThreads;  // in the order in which they were made
   TTasks FTasks;                        // not given to a thread yet
+  bool FHasEnded = false;               // takes no more work, and any thread is too many
   // Atomic: whether there is something to do for a thread that has run dry. What was done before
   // the thread found its queue empty shows here; later work goes to that thread anyway.
   bool FHasMore = false;

@@ -548,5 +548,41 @@ TEST(ManagedObjectTest, TheHookIsCalledAtEachTurn) {
   SetClassDefaults(before);
 }
 
+// --- Ends and threads that leave ----------------------------------------------------------------
+
+TEST(ThreadPoolTest, WorkAddedWhileTheEndWaitsIsLetGo) {
+  auto pool = TThreadPoolExecutor::Make(1);
+  IThreadPoolExecutor& ending = *pool;  // for the code that its end waits for
+  auto held = std::make_shared<int>();
+  const TRef<IEvent> entered = TEvent::Make();
+  TRef<IExecution> late;
+  pool->Execute([&] {
+    entered->Signal();
+    while (!TThread::CurrentThread()->Terminated()) std::this_thread::yield();
+    late = ending.Execute([held] { ADD_FAILURE(); });
+    ending.SetCount(3);
+  });
+  entered->WaitFor(NoTimeLimit);
+  pool = nullptr;
+  EXPECT_EQ(held.use_count(), 1);
+  EXPECT_FALSE(late->WaitFor(0));
+  late->Terminate();
+  EXPECT_TRUE(late->WaitFor(0));
+}
+
+TEST(ThreadPoolTest, NoWorkRunsOnAThreadThatLeaves) {
+  std::atomic<int> cutOff = 0;
+  for (int round = 0; round < 2'000; ++round) {
+    const auto pool = TThreadPoolExecutor::Make(2);
+    for (int i = 0; i < 4; ++i) pool->Execute([] {});
+    pool->SetCount(1);
+    const auto task = TExecutionTask::Make();
+    for (int i = 0; i < 3; ++i) {
+      task->Add(pool->Execute([&] { cutOff += TThread::CurrentThread()->Terminated(); }));
+    }
+  }
+  EXPECT_EQ(cutOff, 0);
+}
+
 }  // namespace
 }  // namespace Talvo
