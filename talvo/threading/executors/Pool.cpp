@@ -89,15 +89,6 @@ bool TThreadPoolExecutor::TPool::TryAdd(const TRef<TExecution>& task) {
   }
 }
 
-void TThreadPoolExecutor::TPool::Remove(TExecution& task) {
-  TRef<TExecution> removed;
-  const std::lock_guard<std::mutex> placesStay(Detail::GWithdrawal);
-  const Detail::TInside inside(Section);
-  if (task.Place() != TExecution::PlaceOf(this, TExecution::InPool)) return;
-  removed = FTasks.Take(task);
-  task.SetPlace(TExecution::PlaceOf(TRef(*this).Detach(), TExecution::OutOfPool));
-}
-
 void TThreadPoolExecutor::TPool::ProcessQueue() {
   TWakeUp wakeUp;
   const TInside inside(*this);

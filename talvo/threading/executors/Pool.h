@@ -2,8 +2,9 @@
 #pragma once
 // What a pool of threads is made of: the shared part, its threads, its tasks.
 //
-// The lock order is GWithdrawal, then a pool's section. Code of users is called, and what it holds
-// let go, outside both.
+// The lock order is a pool's section, then GWithdrawal: whoever holds GWithdrawal enters a section
+// only if that needs no wait. The pool calls code of users, and lets go what it holds, outside
+// both; but a thread tells items false inside the section, and those may call off others.
 
 #include <mutex>
 #include <vector>
@@ -139,6 +140,7 @@ class TThreadPoolExecutor::TExecution final
   friend class TPool;
   friend class TTasks;
   class TOnThread;
+  class TStay;
   using TItem = TRef<TWorkItem::TTarget>;
 
   enum : uint32_t {
