@@ -584,5 +584,102 @@ TEST(ThreadPoolTest, NoWorkRunsOnAThreadThatLeaves) {
   EXPECT_EQ(cutOff, 0);
 }
 
+TEST(ThreadExecutorTest, EveryTerminateWaitsForTheCode) {
+  const TRef<IEvent> isCalledOff = TEvent::Make(), hasReturned = TEvent::Make();
+  std::atomic<bool> hasEnded = false;
+  const auto job = TThreadExecutor::Make()->Execute([&](const TRef<IExecution>& execution) {
+    execution->Terminate();
+    isCalledOff->Signal();
+    EXPECT_FALSE(hasReturned->WaitFor(20));
+    hasEnded = true;
+  });
+  isCalledOff->WaitFor(NoTimeLimit);
+  job->Terminate();
+  EXPECT_TRUE(hasEnded) << "not only the first one does";
+  hasReturned->Signal();
+}
+
+TEST(ThreadPoolTest, ItemsThatAreToldFalseMayCallOffOthers) {
+  const auto pool = TThreadPoolExecutor::Make(1);
+  pool->SetGroupSize(8);
+  TRef<IExecution> here, there;
+  const TRef<IEvent> isInside = TEvent::Make(), isDone = TEvent::Make();
+  std::thread other([&] {
+    isInside->WaitFor(NoTimeLimit);
+    there->Terminate();
+    isDone->Signal();
+  });
+  const auto front = pool->Execute([&] {
+    here = pool->Execute([] { ADD_FAILURE(); });
+    there = pool->Execute([] { ADD_FAILURE(); });
+    const auto worker = Supports<IProcessingThread>(TThread::CurrentThread());
+    worker->Cancel(worker->Process(TWorkItem([&](const TRef<IProcessingThread>&, bool) {
+      isInside->Signal();
+      EXPECT_FALSE(isDone->WaitFor(20)) << "the other one waits for the section";
+      here->Terminate();
+    })));
+  });
+  EXPECT_TRUE(front->WaitFor(NoTimeLimit));
+  other.join();
+}
+
+class TRefusingThread : public TProcessingThread {
+ public:
+  using TProcessingThread::Process;
+  using TProcessingThread::TProcessingThread;
+  TWorkItem Process(TWorkItem, bool) override { throw ERangeError(u""); }
+};
+
+TEST(ThreadPoolTest, ATaskThatAThreadRefusesMayGoToAnother) {
+  const auto pool = TThreadPoolExecutor::Make();  // has no threads
+  const auto job = pool->Execute([] {});
+  const auto task = Supports<TThreadPoolExecutor::IExecutionExt>(job);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THROW(task->SetThread(Create<TRefusingThread>(u"Refusing", nullptr)), ERangeError);
+  }
+  task->SetThread(TProcessingThread::Make());
+  EXPECT_TRUE(job->WaitFor(NoTimeLimit));
+}
+
+class TUnfinished : public TManaged {
+  void Construct() override {
+    TManaged::Construct();
+    throw ERangeError(u"");
+  }
+};
+
+TEST(ManagedObjectTest, TheHookHearsOfTheEndOfWhatIsNotFinished) {
+  TClassDefaultsHook hook;
+  hook.InitClassDefaults = [](TObject&) { GTurns += "i"; };
+  hook.BeforeDestruction = [](TObject&) { GTurns += "b"; };
+  hook.Destruction = [](TObject&) noexcept { GTurns += "e"; };
+  const TClassDefaultsHook* before = SetClassDefaults(&hook);
+  EXPECT_THROW(Create<TUnfinished>(), ERangeError);
+  EXPECT_EQ(std::exchange(GTurns, {}), "ci1de");
+  hook.InitClassDefaults = [](TObject&) { throw ERangeError(u""); };
+  EXPECT_THROW(Create<TManaged>(), ERangeError);
+  EXPECT_EQ(std::exchange(GTurns, {}), "cd");
+  SetClassDefaults(before);
+}
+
+TEST(ManagedObjectTest, APoolIsWholeWhenTheHookHearsOfItsEnd) {
+  static TRef<IEvent> hasHeard;
+  hasHeard = TEvent::Make();
+  TClassDefaultsHook hook;
+  hook.BeforeDestruction = [](TObject&) { hasHeard->Signal(); };
+  const TClassDefaultsHook* before = SetClassDefaults(&hook);
+  auto pool = TThreadPoolExecutor::Make(1);
+  const TRef<IEvent> entered = TEvent::Make();
+  bool stillRan = false;
+  pool->Execute([&] {
+    entered->Signal();
+    stillRan = hasHeard->WaitFor(10'000);
+  });
+  entered->WaitFor(NoTimeLimit);
+  pool = nullptr;
+  EXPECT_TRUE(stillRan);
+  SetClassDefaults(before);
+}
+
 }  // namespace
 }  // namespace Talvo

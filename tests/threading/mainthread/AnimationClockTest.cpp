@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 #include <talvo/runtime/Exceptions.h>
+#include <talvo/threading/mainthread/MainThread.h>
 #include <talvo/threading/mainthread/Module.h>
 #include <talvo/threading/threads/SwallowedExceptions.h>
 
@@ -145,6 +146,30 @@ TEST(ThreadingModuleTest, TheHookIsToldOnceOfEachStart) {
   ThreadingModule::End();
   ThreadingModule::Start();
   EXPECT_TRUE(GStarted == 2 && GRegistered == 8);
+  static const TThreadingModuleHook none;
+  ThreadingModule::SetHook(none);
+}
+
+TEST(ThreadingModuleTest, AStartThatFailsIsUndone) {
+  static bool isBroken;
+  isBroken = true;
+  static TThreadingModuleHook hook;
+  hook.StartClassManagement = [] {
+    if (isBroken) throw ERangeError(u"");
+  };
+  const auto runs = [] {
+    bool hasRun = false;
+    MainThread::Execute(
+        nullptr, false, [&] { hasRun = true; }, false);
+    return hasRun;
+  };
+  ThreadingModule::End();
+  ThreadingModule::SetHook(hook);
+  EXPECT_THROW(ThreadingModule::Start(), ERangeError);
+  EXPECT_FALSE(runs());
+  isBroken = false;
+  ThreadingModule::Start();
+  EXPECT_TRUE(runs());
   static const TThreadingModuleHook none;
   ThreadingModule::SetHook(none);
 }
