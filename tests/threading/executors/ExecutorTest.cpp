@@ -548,21 +548,31 @@ TEST(ManagedObjectTest, TheHookIsCalledAtEachTurn) {
   SetClassDefaults(before);
 }
 
-// --- Ends and threads that leave ----------------------------------------------------------------
+// --- Ends, and threads that leave ---------------------------------------------------------------
+
+bool IsSetWithin(int64_t limitMs, const std::atomic<bool>& flag) {
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+  while (!flag && std::chrono::steady_clock::now() < limit) std::this_thread::yield();
+  return flag;
+}
+
+void WaitUntilSet(const std::atomic<bool>& flag) {
+  while (!flag) std::this_thread::yield();
+}
 
 TEST(ThreadPoolTest, WorkAddedWhileTheEndWaitsIsLetGo) {
   auto pool = TThreadPoolExecutor::Make(1);
   IThreadPoolExecutor& ending = *pool;  // for the code that its end waits for
   auto held = std::make_shared<int>();
-  const TRef<IEvent> entered = TEvent::Make();
+  std::atomic<bool> hasBegun = false;
   TRef<IExecution> late;
   pool->Execute([&] {
-    entered->Signal();
+    hasBegun = true;
     while (!TThread::CurrentThread()->Terminated()) std::this_thread::yield();
     late = ending.Execute([held] { ADD_FAILURE(); });
     ending.SetCount(3);
   });
-  entered->WaitFor(NoTimeLimit);
+  WaitUntilSet(hasBegun);
   pool = nullptr;
   EXPECT_EQ(held.use_count(), 1);
   EXPECT_FALSE(late->WaitFor(0));
@@ -585,37 +595,37 @@ TEST(ThreadPoolTest, NoWorkRunsOnAThreadThatLeaves) {
 }
 
 TEST(ThreadExecutorTest, EveryTerminateWaitsForTheCode) {
-  const TRef<IEvent> isCalledOff = TEvent::Make(), hasReturned = TEvent::Make();
-  std::atomic<bool> hasEnded = false;
+  std::atomic<bool> isCalledOff = false, hasReturned = false, hasEnded = false;
   const auto job = TThreadExecutor::Make()->Execute([&](const TRef<IExecution>& execution) {
     execution->Terminate();
-    isCalledOff->Signal();
-    EXPECT_FALSE(hasReturned->WaitFor(20));
+    isCalledOff = true;
+    EXPECT_FALSE(IsSetWithin(20, hasReturned));
     hasEnded = true;
   });
-  isCalledOff->WaitFor(NoTimeLimit);
+  WaitUntilSet(isCalledOff);
   job->Terminate();
   EXPECT_TRUE(hasEnded) << "not only the first one does";
-  hasReturned->Signal();
+  hasReturned = true;
+  WaitUntilSet(hasEnded);
 }
 
 TEST(ThreadPoolTest, ItemsThatAreToldFalseMayCallOffOthers) {
   const auto pool = TThreadPoolExecutor::Make(1);
   pool->SetGroupSize(8);
   TRef<IExecution> here, there;
-  const TRef<IEvent> isInside = TEvent::Make(), isDone = TEvent::Make();
+  std::atomic<bool> isInside = false, isDone = false;
   std::thread other([&] {
-    isInside->WaitFor(NoTimeLimit);
+    WaitUntilSet(isInside);
     there->Terminate();
-    isDone->Signal();
+    isDone = true;
   });
   const auto front = pool->Execute([&] {
     here = pool->Execute([] { ADD_FAILURE(); });
     there = pool->Execute([] { ADD_FAILURE(); });
     const auto worker = Supports<IProcessingThread>(TThread::CurrentThread());
     worker->Cancel(worker->Process(TWorkItem([&](const TRef<IProcessingThread>&, bool) {
-      isInside->Signal();
-      EXPECT_FALSE(isDone->WaitFor(20)) << "the other one waits for the section";
+      isInside = true;
+      EXPECT_FALSE(IsSetWithin(20, isDone)) << "the other one waits for the section";
       here->Terminate();
     })));
   });
@@ -641,41 +651,42 @@ TEST(ThreadPoolTest, ATaskThatAThreadRefusesMayGoToAnother) {
   EXPECT_TRUE(job->WaitFor(NoTimeLimit));
 }
 
-class TUnfinished : public TManaged {
+class TUnfinished : public TManagedInterfacedObject {
   void Construct() override {
-    TManaged::Construct();
+    TManagedInterfacedObject::Construct();
     throw ERangeError(u"");
   }
 };
 
 TEST(ManagedObjectTest, TheHookHearsOfTheEndOfWhatIsNotFinished) {
+  static std::string heard;
+  heard.clear();
   TClassDefaultsHook hook;
-  hook.InitClassDefaults = [](TObject&) { GTurns += "i"; };
-  hook.BeforeDestruction = [](TObject&) { GTurns += "b"; };
-  hook.Destruction = [](TObject&) noexcept { GTurns += "e"; };
+  hook.InitClassDefaults = [](TObject&) { heard += "i"; };
+  hook.BeforeDestruction = [](TObject&) { heard += "b"; };
+  hook.Destruction = [](TObject&) noexcept { heard += "e"; };
   const TClassDefaultsHook* before = SetClassDefaults(&hook);
   EXPECT_THROW(Create<TUnfinished>(), ERangeError);
-  EXPECT_EQ(std::exchange(GTurns, {}), "ci1de");
-  hook.InitClassDefaults = [](TObject&) { throw ERangeError(u""); };
-  EXPECT_THROW(Create<TManaged>(), ERangeError);
-  EXPECT_EQ(std::exchange(GTurns, {}), "cd");
+  hook.InitClassDefaults = [](TObject&) { throw EThread(u""); };
+  EXPECT_THROW(Create<TUnfinished>(), EThread);
+  EXPECT_EQ(heard, "ie");
   SetClassDefaults(before);
 }
 
 TEST(ManagedObjectTest, APoolIsWholeWhenTheHookHearsOfItsEnd) {
-  static TRef<IEvent> hasHeard;
-  hasHeard = TEvent::Make();
+  static std::atomic<bool> hasHeard;
+  hasHeard = false;
   TClassDefaultsHook hook;
-  hook.BeforeDestruction = [](TObject&) { hasHeard->Signal(); };
+  hook.BeforeDestruction = [](TObject&) { hasHeard = true; };
   const TClassDefaultsHook* before = SetClassDefaults(&hook);
   auto pool = TThreadPoolExecutor::Make(1);
-  const TRef<IEvent> entered = TEvent::Make();
+  std::atomic<bool> hasBegun = false;
   bool stillRan = false;
   pool->Execute([&] {
-    entered->Signal();
-    stillRan = hasHeard->WaitFor(10'000);
+    hasBegun = true;
+    stillRan = IsSetWithin(5'000, hasHeard);
   });
-  entered->WaitFor(NoTimeLimit);
+  WaitUntilSet(hasBegun);
   pool = nullptr;
   EXPECT_TRUE(stillRan);
   SetClassDefaults(before);

@@ -278,7 +278,7 @@ TEST(MainThreadStressTest, OwnersThatEnd) {
 TEST_F(MainThreadTest, AHostsLoopWithinWorkIsWoken) {
   MainThread::ProcessMessages();  // wake-ups for queues that have gone
   const auto hostsLoop = [&] {
-    OnWorker([&] { FQueue->Execute(false, Letter('b'), false); });
+    std::thread([&] { FQueue->Execute(false, Letter('b'), false); }).join();
     EXPECT_TRUE(IsWoken());
     EXPECT_EQ(MainThread::ProcessMessages(), 1);
     FLetters += 'c';
