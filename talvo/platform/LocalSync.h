@@ -20,6 +20,8 @@ class THandleNumber {
 class TCriticalSection {
  public:
   void Enter() noexcept;
+  /// Enters if that needs no wait.
+  bool TryEnter() noexcept;
   /// False, with no effect, for a thread that is not inside.
   bool Leave() noexcept;
   bool IsHeldByCaller() const noexcept;

@@ -85,35 +85,45 @@ struct TThreadQueue {
     for (const TTimer& timer : Timers) due = std::min(due, timer.Due);
     return due;
   }
-  void Update() { WakeUp.Update(!Messages.empty(), NextDue()); }
+  void Update() { WakeUp.Update(!Messages.empty() || IsNudged, NextDue()); }
   void Push(const TMessage& message) {
     Messages.push_back(message);
     Update();
     Changed.notify_one();
   }
-  bool Take(TMessage& message);
+  bool Take(TMessage& message) { return TakeMessage(message) || TakeTimer(message, TClock::now()); }
+  bool TakeMessage(TMessage& message);
+  bool TakeTimer(TMessage& message, TClock::time_point dueBy);
   void Drop(TWindowHandle window);
 
   const uint32_t Thread;
   std::deque<TMessage> Messages;
+  bool IsNudged = false;  // a message to nobody that needs no memory
   std::vector<TTimer> Timers;
   std::condition_variable Changed;  // only the thread itself waits
   TWakeUp WakeUp;                   // opened for the main thread alone
 };
 
-/// The next message, or the timer that has been due for longest when there is none.
-bool TThreadQueue::Take(TMessage& message) {
-  if (!Messages.empty()) {
+bool TThreadQueue::TakeMessage(TMessage& message) {
+  if (IsNudged) {
+    message = {};
+    IsNudged = false;
+  } else if (!Messages.empty()) {
     message = Messages.front();
     Messages.pop_front();
-    Update();
-    return true;
+  } else {
+    return false;
   }
+  Update();
+  return true;
+}
+
+/// The timer that has been due for longest.
+bool TThreadQueue::TakeTimer(TMessage& message, TClock::time_point dueBy) {
   const auto earliest = std::min_element(
       Timers.begin(), Timers.end(), [](auto& left, auto& right) { return left.Due < right.Due; });
-  if (earliest == Timers.end()) return false;
+  if (earliest == Timers.end() || earliest->Due > dueBy) return false;
   const auto late = TClock::now() - earliest->Due;
-  if (late < TClock::duration::zero()) return false;
   message = {earliest->Window, WM_TIMER, earliest->Id, 0, 0};
   earliest->Due += earliest->Period * (late / earliest->Period + 1);
   Update();
@@ -239,6 +249,17 @@ bool PostThreadMessage(uint32_t thread, uint32_t id, uintptr_t wParam, intptr_t 
   return queue;
 }
 
+bool NudgeThread(uint32_t thread) noexcept {
+  TState& state = State();
+  const TLocked locked(state.Guard);
+  TThreadQueue* queue = state.QueueOf(thread);
+  if (!queue) return false;
+  queue->IsNudged = true;
+  queue->Update();
+  queue->Changed.notify_one();
+  return true;
+}
+
 void RecallMessages(TWindowHandle window, uint32_t id, uintptr_t wParam) {
   TState& state = State();
   const TLocked locked(state.Guard);
@@ -305,17 +326,18 @@ int32_t ProcessMessages() {
   TState& state = State();
   TLocked locked(state.Guard);
   TThreadQueue& own = state.Own();
-  auto left = own.Messages.size();
-  const auto now = TClock::now();
-  for (const TTimer& timer : own.Timers) left += timer.Due <= now;
+  const auto start = TClock::now();
   int32_t count = 0;
   TMessage message;
-  for (; left > 0 && own.Take(message); --left) {
+  const auto dispatch = [&] {
     locked.unlock();
     DispatchMessage(message);
     ++count;
     locked.lock();
-  }
+  };
+  auto left = own.Messages.size() + own.IsNudged;
+  for (; left > 0 && own.TakeMessage(message); --left) dispatch();
+  while (own.TakeTimer(message, start)) dispatch();
   return count;
 }
 

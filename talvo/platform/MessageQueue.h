@@ -65,6 +65,9 @@ bool PostMessage(TWindowHandle window, uint32_t id, uintptr_t wParam, intptr_t l
 /// Adds a message to the queue of a thread; false when it has no queue: it has never had a window
 /// nor asked for messages. The main thread always has one.
 bool PostThreadMessage(uint32_t thread, uint32_t id, uintptr_t wParam, intptr_t lParam);
+/// Lets a thread that waits for messages go on: it takes out one with the number 0 to no window,
+/// in front of all others, for all nudges up to then. Needs no memory. False when it has no queue.
+bool NudgeThread(uint32_t thread) noexcept;
 /// Takes back what waits unread of a window's messages with this number and WParam.
 void RecallMessages(TWindowHandle window, uint32_t id, uintptr_t wParam);
 
@@ -78,9 +81,10 @@ intptr_t DispatchMessage(TMessage& message);
 /// What a handler does with messages that it does not know: answers 0.
 void DefWindowProc(TMessage& message);
 
-/// Dispatches what waits for the calling thread now, and does not wait for more; what handlers
-/// post meanwhile stays for the next call. WM_QUIT is taken out like the others and ends nothing.
-/// How many there were. What a handler raises comes out here, and those behind it stay.
+/// Dispatches what waits for the calling thread now, messages and then due timers, and does not
+/// wait for more; what handlers post meanwhile stays for the next call. WM_QUIT is taken out like
+/// the others and ends nothing. How many there were. What a handler raises comes out here, and
+/// those behind it stay.
 int32_t ProcessMessages();
 
 /// Posts WM_TIMER to the window every `periodMs` milliseconds, at least every one, until

@@ -51,6 +51,18 @@ void TCriticalSection::Enter() noexcept {
   FDepth = 1;
 }
 
+bool TCriticalSection::TryEnter() noexcept {
+  const uint32_t self = CurrentThreadId();
+  if (__atomic_load_n(&FOwner, __ATOMIC_RELAXED) == self) {
+    ++FDepth;
+    return true;
+  }
+  if (!TryTakeFree(&FState)) return false;
+  __atomic_store_n(&FOwner, self, __ATOMIC_RELAXED);
+  FDepth = 1;
+  return true;
+}
+
 bool TCriticalSection::IsHeldByCaller() const noexcept {
   return __atomic_load_n(&FOwner, __ATOMIC_RELAXED) == CurrentThreadId();
 }

@@ -49,8 +49,8 @@ class TALVO_API TThread : public TBasicObject {
   uint32_t ThreadID() const noexcept;
   /// What was set last; tpNormal at first.
   TThreadPriority GetPriority() const noexcept;
-  /// The system may refuse more than tpNormal; then the thread goes on as before. A value that is
-  /// no priority raises ERangeError.
+  /// The system lets an ordinary user lower a thread and refuses every raise, also back to what it
+  /// was before; then the thread goes on as it did. A value that is no priority raises ERangeError.
   void SetPriority(TThreadPriority value);
   TThreadPriority Priority() const noexcept { return GetPriority(); }
   /// What left Execute or DoTerminate, the first of it; null when nothing did. Read it after

@@ -232,5 +232,33 @@ TEST(MessageQueueTest, FloodedFromManyThreadsWhileWindowsGo) {
   EXPECT_EQ(ProcessMessages(), 0);
 }
 
+TEST(MessageQueueTest, TimersFireBesideAHandlerThatAlwaysPosts) {
+  TNotes notes;
+  const TWindowHandle window = AllocateHWnd(notes);
+  notes.OnMessage = [&](TMessage& message) {
+    if (message.Msg == Number) PostMessage(window, Number, 0, 0);
+  };
+  PostMessage(window, Number, 0, 0);
+  SetTimer(window, 1, 1);
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_EQ(ProcessMessages(), 2);
+  EXPECT_TRUE(notes.Numbers.size() == 1 && notes.Ticks == 1);
+  DeallocateHWnd(window);
+}
+
+TEST(MessageQueueTest, NudgesAreTakenOutAsOne) {
+  EXPECT_FALSE(NudgeThread(0));
+  PostThreadMessage(ThreadId(), Number, 0, 0);
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(NudgeThread(ThreadId()));
+  TMessage message;
+  ASSERT_TRUE(GetMessage(message));
+  EXPECT_TRUE(message.Msg == 0 && message.Window == 0);
+  EXPECT_EQ(ProcessMessages(), 1);
+  NudgeThread(ThreadId());
+  EXPECT_TRUE(IsReadable());
+  EXPECT_EQ(ProcessMessages(), 1);
+  EXPECT_FALSE(IsReadable());
+}
+
 }  // namespace
 }  // namespace Talvo

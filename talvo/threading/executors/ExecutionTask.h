@@ -14,7 +14,8 @@ template <class T>
 class ILinkedList;
 
 /// Not locked: one thread fills it, and waits for it afterwards. Its last reference blocks until
-/// all its executions have ended.
+/// all its executions have ended. So it never returns when the code of one of them drops it, or
+/// when a pool was dropped while work of the group waited in it.
 class TALVO_API TExecutionTask
     : public TImplements<TBasicNoCreateInterfacedObject, IExecutionTask> {
  public:

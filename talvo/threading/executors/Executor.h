@@ -23,7 +23,8 @@ class IExecution : public virtual IInterface {
   /// Waits until the code has run, or raised, or was called off; false when the time is up first.
   virtual bool WaitFor(uint32_t timeoutMs) = 0;
   /// Calls the execution off: code that has not begun does not run any more, and code that has is
-  /// waited for, unless it is itself that calls. WaitFor answers true from here on.
+  /// waited for, unless it is itself that calls. WaitFor answers true from here on, or from the end
+  /// of the code that calls.
   virtual void Terminate() = 0;
   /// Whether it was called off; code that runs long looks at this.
   virtual bool IsTerminated() = 0;

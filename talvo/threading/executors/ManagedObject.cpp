@@ -5,6 +5,10 @@
 
 namespace Talvo {
 
+TManagedInterfacedObject::~TManagedInterfacedObject() {
+  if (FHasDefaults) TManagedInterfacedObject::DestroyDefaults();
+}
+
 void TManagedInterfacedObject::InitDefaults() {
   ClassDefaults().InitClassDefaults(*this);
 }
@@ -20,13 +24,17 @@ void TManagedInterfacedObject::DestroyDefaults() noexcept {
 void TManagedInterfacedObject::Construct() {
   TInterfacedObject::Construct();
   InitDefaults();
+  FHasDefaults = true;
 }
 
 void TManagedInterfacedObject::BeforeDestruction() {
   // The last step must come even if the one before it raises.
   struct TLast {
     TManagedInterfacedObject& Object;
-    ~TLast() { Object.DestroyDefaults(); }
+    ~TLast() {
+      Object.FHasDefaults = false;
+      Object.DestroyDefaults();
+    }
   } last{*this};
   BeforeDestroyDefaults();
   TInterfacedObject::BeforeDestruction();

@@ -7,8 +7,12 @@
 namespace Talvo {
 
 /// Calls class management at the turns of its life; descendants may add to each. All three run on
-/// the complete object.
+/// the complete object. When the construction fails behind InitDefaults, class management is told
+/// of the end by the destructor instead.
 class TALVO_API TManagedInterfacedObject : public TInterfacedObject {
+ public:
+  ~TManagedInterfacedObject() override;
+
  protected:
   TManagedInterfacedObject() noexcept = default;
 
@@ -21,6 +25,9 @@ class TALVO_API TManagedInterfacedObject : public TInterfacedObject {
 
   void Construct() override;
   void BeforeDestruction() override;
+
+ private:
+  bool FHasDefaults = false;
 };
 
 /// The same for classes that must not be built without their own named constructors.

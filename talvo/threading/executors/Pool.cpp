@@ -57,33 +57,36 @@ void TThreadPoolExecutor::TPool::SetPriority(TThreadPriority value) {
 }
 
 void TThreadPoolExecutor::TPool::Add(const TRef<TExecution>& task) {
+  // Code that the pool's end waits for may still add work.
+  if (!TryAdd(task)) task->Drop();
+}
+
+/// False when the pool has ended: the task is nowhere then.
+bool TThreadPoolExecutor::TPool::TryAdd(const TRef<TExecution>& task) {
   TRef<TExecution> failed;
   TWakeUp wakeUp;
   const TInside inside(*this);
+  if (FHasEnded) {
+    task->LeavePool();
+    return false;
+  }
   bool isListed = false;
   try {
     // What nothing waits in front of goes to a thread at once.
     if (TWorker* worker = FTasks.IsEmpty() ? FindThread() : nullptr) {
       TExecution::TItem item(*task);
-      return Give(item, *task, *worker, wakeUp);
+      Give(item, *task, *worker, wakeUp);
+      return true;
     }
     FTasks.Add(task);
     isListed = true;
     Dispatch(wakeUp);
+    return true;
   } catch (...) {
     if (isListed) failed = FTasks.Take(*task);
     task->LeavePool();
     throw;
   }
-}
-
-void TThreadPoolExecutor::TPool::Remove(TExecution& task) {
-  TRef<TExecution> removed;
-  const std::lock_guard<std::mutex> placesStay(Detail::GWithdrawal);
-  const Detail::TInside inside(Section);
-  if (task.Place() != TExecution::PlaceOf(this, TExecution::InPool)) return;
-  removed = FTasks.Take(task);
-  task.SetPlace(TExecution::PlaceOf(TRef(*this).Detach(), TExecution::OutOfPool));
 }
 
 void TThreadPoolExecutor::TPool::ProcessQueue() {
@@ -159,12 +162,15 @@ TThreadPoolExecutor::TWorker* TThreadPoolExecutor::TPool::NewThread() {
   return FThreads.back().Get();
 }
 
-/// A thread has worked off its queue. Those too many end, one at a time; without a pool, all.
+/// A thread has worked off its queue. Those too many end, one at a time; without a pool, all. One
+/// that was given work meanwhile comes back when it has run that.
 void TThreadPoolExecutor::TPool::OnEmpty(TWorker& worker) {
   if (!__atomic_load_n(&FHasMore, __ATOMIC_RELAXED)) return;
   TRef<TWorker> surplus;
   {
     const TInside inside(*this);
+    // The pool's end waits for no code on a thread that has left.
+    if (!worker.Queue.IsWithin(0)) return;
     const auto found = std::ranges::find(FThreads, &worker, &TRef<TWorker>::Get);
     if (found == FThreads.end()) {
       surplus = TRef(worker);
@@ -173,7 +179,6 @@ void TThreadPoolExecutor::TPool::OnEmpty(TWorker& worker) {
       FThreads.erase(found);
     }
   }
-  // What it was given meanwhile runs here.
   if (surplus) surplus->Terminate();
   try {
     ProcessQueue();
@@ -189,7 +194,7 @@ void TThreadPoolExecutor::TPool::End() {
   {
     const TInside inside(*this);
     dropped = FTasks.Leave();
-    FCount = -1;  // too many is any thread
+    FHasEnded = true;
     threads.swap(FThreads);
   }
   for (const auto& thread : threads) {

@@ -2,8 +2,9 @@
 #pragma once
 // What a pool of threads is made of: the shared part, its threads, its tasks.
 //
-// The lock order is GWithdrawal, then a pool's section. Code of users is called, and what it holds
-// let go, outside both.
+// The lock order is a pool's section, then GWithdrawal: whoever holds GWithdrawal enters a section
+// only if that needs no wait. The pool calls code of users, and lets go what it holds, outside
+// both; but a thread tells items false inside the section, and those may call off others.
 
 #include <mutex>
 #include <vector>
@@ -67,12 +68,13 @@ class TThreadPoolExecutor::TPool final : public TInterfacedObject, public Detail
   class TInside;
   class TWakeUp;
 
+  bool TryAdd(const TRef<TExecution>& task);
   void Dispatch(TWakeUp& wakeUp);
   void Give(TRef<TWorkItem::TTarget>& item, TExecution& task, TWorker& worker, TWakeUp& wakeUp);
   TWorker* FindThread() const;
   TWorker* NewThread();
   void OnEmpty(TWorker& worker);
-  bool HasSurplus() const { return static_cast<int64_t>(FThreads.size()) > FCount; }
+  bool HasSurplus() const { return FHasEnded || static_cast<int64_t>(FThreads.size()) > FCount; }
   void NoteMore();
 
   TComponent* const FOwner;
@@ -82,6 +84,7 @@ class TThreadPoolExecutor::TPool final : public TInterfacedObject, public Detail
   TThreadPriority FPriority = tpIdle;
   std::vector<TRef<TWorker>> FThreads;  // in the order in which they were made
   TTasks FTasks;                        // not given to a thread yet
+  bool FHasEnded = false;               // takes no more work, and any thread is too many
   // Atomic: whether there is something to do for a thread that has run dry. What was done before
   // the thread found its queue empty shows here; later work goes to that thread anyway.
   bool FHasMore = false;
@@ -139,6 +142,7 @@ class TThreadPoolExecutor::TExecution final
   friend class TPool;
   friend class TTasks;
   class TOnThread;
+  class TStay;
   using TItem = TRef<TWorkItem::TTarget>;
 
   enum : uint32_t {

@@ -35,6 +35,37 @@ constinit thread_local TThreadPoolExecutor::TExecution::TOnThread*
     TThreadPoolExecutor::TExecution::TOnThread::GInnermost
     __attribute__((tls_model("initial-exec"))) = nullptr;
 
+/// A stay at the place of a task, which does not end meanwhile. In a pool nothing moves, nor at its
+/// threads.
+class TThreadPoolExecutor::TExecution::TStay {
+ public:
+  explicit TStay(const TExecution& task) {
+    while (!TryEnter(task)) Platform::YieldThread();
+  }
+  TStay(const TStay&) = delete;
+  ~TStay() {
+    if (FSection) FSection->Leave();
+    GWithdrawal.unlock();
+  }
+
+ private:
+  bool TryEnter(const TExecution& task) {
+    GWithdrawal.lock();
+    // Inside, the pool may have given it to a thread, and the thread may have come to it.
+    const uintptr_t place = task.Place();
+    if (place == Nowhere || IsCounted(place)) return true;
+    FSection =
+        (place & KindOfPlace) == InPool ? &At<TPool>(place)->Section : &At<TWorker>(place)->Section;
+    if (FSection->TryEnter()) return true;
+    // Whoever is inside may come for GWithdrawal. The section may end with its pool meanwhile.
+    FSection = nullptr;
+    GWithdrawal.unlock();
+    return false;
+  }
+
+  Platform::TCriticalSection* FSection = nullptr;
+};
+
 // --- The list -----------------------------------------------------------------------------------
 
 void TThreadPoolExecutor::TTasks::Add(TRef<TExecution> task) noexcept {
@@ -162,45 +193,55 @@ void TThreadPoolExecutor::TExecution::Withdraw() {
   TRef<TExecution> waiting;        // ends outside the locks
   TRef<IProcessingThread> thread;  // whose locks are others
   {
-    const std::lock_guard<std::mutex> placesStay(GWithdrawal);
-    uintptr_t place = Place();
-    if (place != Nowhere && !IsCounted(place)) {
-      const Detail::TInside inside((place & KindOfPlace) == InPool ? At<TPool>(place)->Section
-                                                                   : At<TWorker>(place)->Section);
-      // The pool may have given it to a thread, and the thread may have come to it.
-      place = Place();
-      if ((place & KindOfPlace) == AtWorker) {
-        At<TWorker>(place)->Queue.RemoveInside(this);
-      } else if (place != Nowhere) {
-        waiting = At<TPool>(place)->FTasks.Take(*this);
-      }
-      SetPlace(Nowhere);
-    } else if ((place & KindOfPlace) == AtThread) {
+    const TStay stay(*this);
+    const uintptr_t place = Place();
+    if ((place & KindOfPlace) == AtThread) {
       thread = TRef(*At<IProcessingThread>(place));
+    } else if ((place & KindOfPlace) == AtWorker) {
+      At<TWorker>(place)->Queue.RemoveInside(this);
+    } else if ((place & KindOfPlace) == InPool && place != Nowhere) {
+      waiting = At<TPool>(place)->FTasks.Take(*this);
     }
+    if (!IsCounted(place)) SetPlace(Nowhere);
   }
   if (thread) thread->Cancel(ThreadLambda());
 }
 
+void TThreadPoolExecutor::TPool::Remove(TExecution& task) {
+  TRef<TExecution> removed;  // ends outside the locks
+  const TExecution::TStay stay(task);
+  if (task.Place() != TExecution::PlaceOf(this, TExecution::InPool)) return;
+  removed = FTasks.Take(task);
+  task.SetPlace(TExecution::PlaceOf(TRef(*this).Detach(), TExecution::OutOfPool));
+}
+
 void TThreadPoolExecutor::TExecution::SetThread(TRef<IProcessingThread> thread) {
   TRef<TExecution> waiting;  // these end outside the locks
-  TRef<TPool> outOf;
+  TRef<TPool> from;
   {
-    const std::lock_guard<std::mutex> placesStay(GWithdrawal);
+    const TStay stay(*this);
     const uintptr_t place = Place();
     TPool* pool = At<TPool>(place);
     Assert(thread && place != Nowhere);
     if ((place & KindOfPlace) == OutOfPool) {
-      outOf = TRef<TPool>::Adopt(pool);
+      from = TRef<TPool>::Adopt(pool);
     } else {
       Assert((place & KindOfPlace) == InPool);
-      const Detail::TInside inside(pool->Section);
-      Assert(Place() == place);
+      from = TRef(*pool);
       waiting = pool->FTasks.Take(*this);
     }
     SetPlace(PlaceOf(TRef(thread).Detach(), AtThread));
   }
-  thread->Process(ThreadLambda());
+  try {
+    thread->Process(ThreadLambda());
+  } catch (...) {
+    {
+      const TStay stay(*this);
+      SetPlace(PlaceOf(from.Detach(), OutOfPool));
+    }
+    thread->Release();  // the place's
+    throw;
+  }
 }
 
 }  // namespace Talvo

@@ -86,6 +86,7 @@ bool TThreadExecutor::TExecution::WaitFor(uint32_t timeoutMs) {
 void TThreadExecutor::TExecution::Terminate() {
   FThread->Terminate();
   if (FThread->IsInThread()) return;
+  FThread->WaitFor();  // it may be another call that has ended the thread
   // Code that had not begun never will. It would hold this object, and so the thread.
   FThread->Clear();
   FCompletedEvent.Signal();

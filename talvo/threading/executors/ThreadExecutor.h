@@ -10,7 +10,8 @@ namespace Talvo {
 class TComponent;
 
 /// The base of executors with threads. The owner gives them its name; it is not owned, may be
-/// null, and otherwise outlives the executor.
+/// null, and otherwise outlives the executor. It must not be renamed meanwhile: its name is read
+/// whenever a thread is made, on any thread.
 class TALVO_API TBasicThreadExecutor
     : public TImplements<TManagedNoCreateInterfacedObject, IThreadExecutor> {
  public:
@@ -46,6 +47,7 @@ class TALVO_API TThreadExecutor : public TBasicThreadExecutor,
   class TExecution;
   using TBasicThreadExecutor::TBasicThreadExecutor;
 
+  /// Raises EThread when no thread can be made.
   TRef<IExecution> Execute(TProc<> executeLambda) override;
   TRef<IExecution> Execute(TConstProc<TRef<IExecution>> executeLambda) override;
   using IExecutor::Execute;

@@ -67,9 +67,14 @@ void TThreadPoolExecutor::RemoveTask(const TRef<IExecutionExt>& task) {
   if (auto* own = ObjectAs<TExecution>(task)) FPool->Remove(*own);
 }
 
-void TThreadPoolExecutor::BeforeDestruction() {
+void TThreadPoolExecutor::BeforeDestroyDefaults() {
+  try {
+    TImplements::BeforeDestroyDefaults();
+  } catch (...) {
+    FPool->End();
+    throw;
+  }
   FPool->End();
-  TImplements::BeforeDestruction();
 }
 
 }  // namespace Talvo

@@ -54,7 +54,8 @@ class TALVO_API TThreadPoolExecutor
   using IExecutor::Execute;
   IThreadPoolExecutor& SetCount(uint32_t value) override;
   IThreadPoolExecutor& SetGroupSize(uint32_t value) override;
-  /// The priority of the threads there are and of those to come.
+  /// The priority of the threads there are and of those to come. To be set before the first
+  /// Execute: the system lets an ordinary user lower a thread, and not raise it again.
   void SetPriority(TThreadPriority value) override;
 
   /// Hands out waiting work as far as it goes.
@@ -64,7 +65,7 @@ class TALVO_API TThreadPoolExecutor
   void RemoveTask(const TRef<IExecutionExt>& task);
 
  protected:
-  void BeforeDestruction() override;
+  void BeforeDestroyDefaults() override;
 
  private:
   class TPool;
@@ -80,7 +81,8 @@ class TALVO_API TThreadPoolExecutor
 class TThreadPoolExecutor::IExecutionExt : public virtual IExecution {
   TALVO_INTERFACE(IExecutionExt, IExecution);
   /// Queues the code at `thread`. An assertion failure when it was given to one already, or called
-  /// off, or its pool has ended.
+  /// off, or its pool has ended. When the thread refuses it, it is out of the pool and may be given
+  /// to another.
   virtual void SetThread(TRef<IProcessingThread> thread) = 0;
 };
 

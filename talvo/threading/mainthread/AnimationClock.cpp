@@ -155,9 +155,12 @@ void TAnimationClock::Close() {
 
 void TAnimationClock::Clock() {
   std::vector<TProc<>> list;
-  {
+  try {
     const Detail::TInside inside(State().CriticalSection);
     list = State().List;
+  } catch (...) {
+    // Without memory there is no tick this time; the thread must stay for the next one.
+    return ReportSwallowedException();
   }
   for (const TProc<>& proc : list) {
     try {

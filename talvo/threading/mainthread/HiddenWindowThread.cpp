@@ -109,24 +109,22 @@ void THiddenWindowThread::TWindow::Run(TProc<> proc) {
     if (FIsEnding) throw EThread(u"The thread has ended");
     Detail::TLinkedNodes<TRef<TCall>>::TChain added(FOnNotifyList);
     added.Add(call);
+    Wake();  // may fail; the thread comes to the list when this has left
     FOnNotifyList.LinkLast(added);
   }
-  Wake();
   call->Completed.Wait(Platform::NoTimeLimit);
   if (call->Failure) std::rethrow_exception(call->Failure);
 }
 
 void THiddenWindowThread::TWindow::End() {
-  {
-    const Detail::TInside inside(FSection);
-    FIsEnding = true;
-  }
-  Wake();
+  const Detail::TInside inside(FSection);  // the thread, and with it its number, is there
+  FIsEnding = true;
+  if (FThread) NudgeThread(FThread);
 }
 
+/// Inside the section.
 void THiddenWindowThread::TWindow::Wake() {
   if (PostMessage(GetHandle(), WM_HIDDENWINDOWPROCESS, 0, 0)) return;
-  const Detail::TInside inside(FSection);  // the thread, and with it its number, is there
   if (FThread) PostThreadMessage(FThread, WM_HIDDENWINDOWPROCESS, 0, 0);
 }
 

@@ -52,7 +52,13 @@ void TMainWindowNode::WndProc(TMessage& message) {
       if (reinterpret_cast<uintptr_t>(execute) == message.WParam) found = execute->FSelf.Lock();
     }
   }
-  if (found) found->SyncNotify();  // may end this node
+  if (!found) return;
+  {
+    // A host's loop within the work is woken for what is queued from here on.
+    const Detail::TInside inside(*found->FSection);
+    found->FSignaled = false;
+  }
+  found->SyncNotify();  // may end this node
 }
 
 // --- The queue ----------------------------------------------------------------------------------
@@ -90,10 +96,13 @@ void TMainThreadExecute::Execute(TOwnerKey object, bool forcePost, TProc<> onExe
   if (!forcePost && MainThread::IsCurrent()) return onExecute.Invoke();
   TNotify notify(object, std::move(onExecute));  // ends outside when it is not queued
   const Detail::TInside inside(*FSection);
-  if (!ignoreMultiple || !FOnNotifyList->Query()->Contains(notify)) FOnNotifyList->Add(notify);
-  if (FSignaled) return;
-  FSignaled =
-      PostMessage(FNode->GetHandle(), WM_MAINTHREADEXECUTE, reinterpret_cast<uintptr_t>(this), 0);
+  const bool isNew = !ignoreMultiple || !FOnNotifyList->Query()->Contains(notify);
+  // First what may fail: a wake-up too many does no harm. It is not handled before this leaves.
+  if (!FSignaled) {
+    FSignaled =
+        PostMessage(FNode->GetHandle(), WM_MAINTHREADEXECUTE, reinterpret_cast<uintptr_t>(this), 0);
+  }
+  if (isNew) FOnNotifyList->Add(notify);
 }
 
 void TMainThreadExecute::Clear(TOwnerKey object) {

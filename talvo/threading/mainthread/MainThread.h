@@ -38,7 +38,7 @@ class IMainThreadExecute : public virtual IInterface {
   virtual void Execute(TOwnerKey object, bool forcePost, TProc<> onExecute,
                        bool ignoreMultiple) = 0;
   /// Drops what waits for this owner without running it; without an owner, all that waits. Any
-  /// thread.
+  /// thread. What the main thread runs at the moment is not waited for.
   virtual void Clear(TOwnerKey object) = 0;
   /// On the main thread, runs what waits for this owner, or all of it without one. On any other
   /// thread the same as Clear: what waits is dropped.
@@ -92,7 +92,8 @@ class TALVO_API MainThread {
   /// empty, and at the end of the process, when the library has been shut down.
   static void Execute(TOwnerKey object, bool forcePost, TProc<> onExecute, bool ignoreMultiple);
   /// On the main thread, runs what waits for this owner; on any other thread drops it. An owner
-  /// calls this before it ends.
+  /// calls this before it ends. On another thread that is not enough for work that touches it: the
+  /// main thread may be in it just then, and is not waited for.
   static void ProcessExecuteQueue(TOwnerKey object);
   /// The same for all that waits: for a main thread that takes no messages.
   static void ProcessExecuteQueueAll();
@@ -102,7 +103,8 @@ class TALVO_API MainThread {
   /// -1 when the system gives no more descriptors. Any thread.
   static int WakeUpDescriptor();
   /// Handles the messages and timers that wait for the calling thread now, and on the main thread
-  /// with them all queued work, and returns without waiting. How many messages there were.
+  /// with them all queued work, and returns without waiting. How many messages there were. What a
+  /// handler raises comes out here, and the rest stays for the next call.
   static int32_t ProcessMessages();
 };
 

@@ -39,11 +39,16 @@ void ThreadingModule::Start() {
   const std::lock_guard guard(GGuard);
   CheckedInc(GStarts);
   if (GStarts > 1) return;
-  CallHook();
-  // Never freed: threads may queue work until the process is gone.
-  if (!GKept) GKept = TMainThreadExecute::Make().Detach();
-  __atomic_store_n(&GMainThreadExecute, GKept, __ATOMIC_RELEASE);
-  TAnimationClock::Init();
+  try {
+    CallHook();
+    // Never freed: threads may queue work until the process is gone.
+    if (!GKept) GKept = TMainThreadExecute::Make().Detach();
+    __atomic_store_n(&GMainThreadExecute, GKept, __ATOMIC_RELEASE);
+    TAnimationClock::Init();
+  } catch (...) {
+    End();
+    throw;
+  }
 }
 
 void ThreadingModule::End() {

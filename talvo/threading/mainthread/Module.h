@@ -23,7 +23,8 @@ class TALVO_API ThreadingModule {
  public:
   ThreadingModule() = delete;
 
-  /// Starts the module; further calls only count.
+  /// Starts the module; further calls only count. What the hook raises comes out here, and the
+  /// module has not started then.
   static void Start();
   /// Undoes one Start. The last one stops the animation clock and lets MainThread do nothing any
   /// more. It waits for no thread: those that still run may end with the process.

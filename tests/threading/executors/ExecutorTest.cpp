@@ -548,5 +548,149 @@ TEST(ManagedObjectTest, TheHookIsCalledAtEachTurn) {
   SetClassDefaults(before);
 }
 
+// --- Ends, and threads that leave ---------------------------------------------------------------
+
+bool IsSetWithin(int64_t limitMs, const std::atomic<bool>& flag) {
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+  while (!flag && std::chrono::steady_clock::now() < limit) std::this_thread::yield();
+  return flag;
+}
+
+void WaitUntilSet(const std::atomic<bool>& flag) {
+  while (!flag) std::this_thread::yield();
+}
+
+TEST(ThreadPoolTest, WorkAddedWhileTheEndWaitsIsLetGo) {
+  auto pool = TThreadPoolExecutor::Make(1);
+  IThreadPoolExecutor& ending = *pool;  // for the code that its end waits for
+  auto held = std::make_shared<int>();
+  std::atomic<bool> hasBegun = false;
+  TRef<IExecution> late;
+  pool->Execute([&] {
+    hasBegun = true;
+    while (!TThread::CurrentThread()->Terminated()) std::this_thread::yield();
+    late = ending.Execute([held] { ADD_FAILURE(); });
+    ending.SetCount(3);
+  });
+  WaitUntilSet(hasBegun);
+  pool = nullptr;
+  EXPECT_EQ(held.use_count(), 1);
+  EXPECT_FALSE(late->WaitFor(0));
+  late->Terminate();
+  EXPECT_TRUE(late->WaitFor(0));
+}
+
+TEST(ThreadPoolTest, NoWorkRunsOnAThreadThatLeaves) {
+  std::atomic<int> cutOff = 0;
+  for (int round = 0; round < 2'000; ++round) {
+    const auto pool = TThreadPoolExecutor::Make(2);
+    for (int i = 0; i < 4; ++i) pool->Execute([] {});
+    pool->SetCount(1);
+    const auto task = TExecutionTask::Make();
+    for (int i = 0; i < 3; ++i) {
+      task->Add(pool->Execute([&] { cutOff += TThread::CurrentThread()->Terminated(); }));
+    }
+  }
+  EXPECT_EQ(cutOff, 0);
+}
+
+TEST(ThreadExecutorTest, EveryTerminateWaitsForTheCode) {
+  std::atomic<bool> isCalledOff = false, hasReturned = false, hasEnded = false;
+  const auto job = TThreadExecutor::Make()->Execute([&](const TRef<IExecution>& execution) {
+    execution->Terminate();
+    isCalledOff = true;
+    EXPECT_FALSE(IsSetWithin(20, hasReturned));
+    hasEnded = true;
+  });
+  WaitUntilSet(isCalledOff);
+  job->Terminate();
+  EXPECT_TRUE(hasEnded) << "not only the first one does";
+  hasReturned = true;
+  WaitUntilSet(hasEnded);
+}
+
+TEST(ThreadPoolTest, ItemsThatAreToldFalseMayCallOffOthers) {
+  const auto pool = TThreadPoolExecutor::Make(1);
+  pool->SetGroupSize(8);
+  TRef<IExecution> here, there;
+  std::atomic<bool> isInside = false, isDone = false;
+  std::thread other([&] {
+    WaitUntilSet(isInside);
+    there->Terminate();
+    isDone = true;
+  });
+  const auto front = pool->Execute([&] {
+    here = pool->Execute([] { ADD_FAILURE(); });
+    there = pool->Execute([] { ADD_FAILURE(); });
+    const auto worker = Supports<IProcessingThread>(TThread::CurrentThread());
+    worker->Cancel(worker->Process(TWorkItem([&](const TRef<IProcessingThread>&, bool) {
+      isInside = true;
+      EXPECT_FALSE(IsSetWithin(20, isDone)) << "the other one waits for the section";
+      here->Terminate();
+    })));
+  });
+  EXPECT_TRUE(front->WaitFor(NoTimeLimit));
+  other.join();
+}
+
+class TRefusingThread : public TProcessingThread {
+ public:
+  using TProcessingThread::Process;
+  using TProcessingThread::TProcessingThread;
+  TWorkItem Process(TWorkItem, bool) override { throw ERangeError(u""); }
+};
+
+TEST(ThreadPoolTest, ATaskThatAThreadRefusesMayGoToAnother) {
+  const auto pool = TThreadPoolExecutor::Make();  // has no threads
+  const auto job = pool->Execute([] {});
+  const auto task = Supports<TThreadPoolExecutor::IExecutionExt>(job);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THROW(task->SetThread(Create<TRefusingThread>(u"Refusing", nullptr)), ERangeError);
+  }
+  task->SetThread(TProcessingThread::Make());
+  EXPECT_TRUE(job->WaitFor(NoTimeLimit));
+}
+
+class TUnfinished : public TManagedInterfacedObject {
+  void Construct() override {
+    TManagedInterfacedObject::Construct();
+    throw ERangeError(u"");
+  }
+};
+
+TEST(ManagedObjectTest, TheHookHearsOfTheEndOfWhatIsNotFinished) {
+  static std::string heard;
+  heard.clear();
+  TClassDefaultsHook hook;
+  hook.InitClassDefaults = [](TObject&) { heard += "i"; };
+  hook.BeforeDestruction = [](TObject&) { heard += "b"; };
+  hook.Destruction = [](TObject&) noexcept { heard += "e"; };
+  const TClassDefaultsHook* before = SetClassDefaults(&hook);
+  EXPECT_THROW(Create<TUnfinished>(), ERangeError);
+  hook.InitClassDefaults = [](TObject&) { throw EThread(u""); };
+  EXPECT_THROW(Create<TUnfinished>(), EThread);
+  EXPECT_EQ(heard, "ie");
+  SetClassDefaults(before);
+}
+
+TEST(ManagedObjectTest, APoolIsWholeWhenTheHookHearsOfItsEnd) {
+  static std::atomic<bool> hasHeard;
+  hasHeard = false;
+  TClassDefaultsHook hook;
+  hook.BeforeDestruction = [](TObject&) { hasHeard = true; };
+  const TClassDefaultsHook* before = SetClassDefaults(&hook);
+  auto pool = TThreadPoolExecutor::Make(1);
+  std::atomic<bool> hasBegun = false;
+  bool stillRan = false;
+  pool->Execute([&] {
+    hasBegun = true;
+    stillRan = IsSetWithin(5'000, hasHeard);
+  });
+  WaitUntilSet(hasBegun);
+  pool = nullptr;
+  EXPECT_TRUE(stillRan);
+  SetClassDefaults(before);
+}
+
 }  // namespace
 }  // namespace Talvo

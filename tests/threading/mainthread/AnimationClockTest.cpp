@@ -149,5 +149,21 @@ TEST(ThreadingModuleTest, TheHookIsToldOnceOfEachStart) {
   ThreadingModule::SetHook(none);
 }
 
+TEST(ThreadingModuleTest, AStartThatFailsIsUndone) {
+  static int calls;
+  calls = 0;
+  static TThreadingModuleHook hook;
+  hook.StartClassManagement = [] {
+    if (++calls == 1) throw ERangeError(u"");
+  };
+  ThreadingModule::End();
+  ThreadingModule::SetHook(hook);
+  EXPECT_THROW(ThreadingModule::Start(), ERangeError);
+  ThreadingModule::Start();
+  EXPECT_EQ(calls, 2);
+  static const TThreadingModuleHook none;
+  ThreadingModule::SetHook(none);
+}
+
 }  // namespace
 }  // namespace Talvo

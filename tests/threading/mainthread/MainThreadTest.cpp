@@ -275,5 +275,19 @@ TEST(MainThreadStressTest, OwnersThatEnd) {
   EXPECT_GT(ran, 0);
 }
 
+TEST_F(MainThreadTest, AHostsLoopWithinWorkIsWoken) {
+  MainThread::ProcessMessages();  // wake-ups for queues that have gone
+  const auto hostsLoop = [&] {
+    std::thread([&] { FQueue->Execute(false, Letter('b'), false); }).join();
+    EXPECT_TRUE(IsWoken());
+    EXPECT_EQ(MainThread::ProcessMessages(), 1);
+    FLetters += 'c';
+  };
+  FQueue->Execute(true, Letter('a', hostsLoop), false);
+  EXPECT_EQ(MainThread::ProcessMessages(), 1);
+  EXPECT_EQ(Taken(), "abc");
+  EXPECT_FALSE(IsWoken());
+}
+
 }  // namespace
 }  // namespace Talvo
