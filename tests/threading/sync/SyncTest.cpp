@@ -5,6 +5,9 @@
 
 #include <csignal>
 #include <deque>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <tests/threading/Workers.h>
 #include <unordered_set>
@@ -363,6 +366,17 @@ TEST(SyncStressTest, NoTurnIsLost) {
   }
   for (std::thread& thread : running) thread.join();
   for (const TGate& gate : gates) EXPECT_EQ(threads * rounds / 4, gate.Count);
+}
+
+TEST(NamedTest, WhatOthersCanWriteToIsNotUsed) {
+  const std::string path = "/talvo-" + std::to_string(geteuid()) + "-event-talvo.test.open";
+  const int file = shm_open(path.c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_GE(file, 0);
+  EXPECT_EQ(0, fchmod(file, 0606));
+  EXPECT_EQ(0u, TEvent::Make(u"talvo.test.open", false)->GetHandle());
+  EXPECT_EQ(0, fchmod(file, 0600));
+  EXPECT_NE(0u, TEvent::Make(u"talvo.test.open", false)->GetHandle());
+  close(file);
 }
 
 }  // namespace
