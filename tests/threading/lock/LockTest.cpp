@@ -4,8 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <map>
 #include <sstream>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <tests/threading/Workers.h>
 #include <talvo/runtime/Exceptions.h>
@@ -561,6 +566,40 @@ TEST(LockTest, SectionsNeedATLock) {
     EXPECT_THROW(TSimpleStopLockSection::Make(lock), EAssertionFailed);
     EXPECT_THROW(TSimpleUnlockSection::Make(lock), EAssertionFailed);
   }
+}
+
+/// Takes the system's barrier away from the calling thread. False when it must not.
+bool ForgoBarriers() {
+  sock_filter filter[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_membarrier, 0, 1),
+                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog program{4, filter};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST(LockStressTest, ExcludesInAConfinedThreadToo) {
+  constexpr int32_t rounds = 20000;
+  const auto lock = TLock::CreateObject();
+  std::atomic<bool> isOver = false;
+  TWorker owner, confined;
+  bool isConfined = false;
+  confined.Run([&] { isConfined = ForgoBarriers(); });
+  if (!isConfined) GTEST_SKIP() << "no filters here";
+  owner.Run([&] { lock->IntBeginWrite(2 * rounds, 0); });
+  owner.Start([&] {
+    while (!isOver) {
+      lock->BeginWrite(0);
+      lock->EndWrite();
+    }
+  });
+  confined.Run([&] {
+    for (int32_t round = 0; round < rounds; ++round) lock->EndWrite();
+  });
+  isOver = true;
+  owner.Wait();
+  EXPECT_EQ(rounds, lock->Counters().CountLocks);
 }
 
 }  // namespace
