@@ -379,5 +379,53 @@ TEST(NamedTest, WhatOthersCanWriteToIsNotUsed) {
   close(file);
 }
 
+TEST(EventTest, ASignalIsOwedToWhoeverWaits) {
+  TWorker first, second;
+  for (int round = 0; round < 20; ++round) {
+    const auto event = TEvent::Make();
+    for (TWorker* worker : {&first, &second}) {
+      worker->Start([&] { EXPECT_TRUE(event->WaitFor(10000)); });
+    }
+    for (TWorker* worker : {&first, &second}) worker->WaitUntilBlocked();
+    event->Signal();
+    event->Signal();
+    event->Reset();
+    first.Wait();
+    second.Wait();
+    EXPECT_FALSE(event->WaitFor(0));
+  }
+}
+
+TEST(SyncStressTest, SignalsAndTimeOutsMeet) {
+  // Whoever waits gives up after a moment, mostly just when it is signalled.
+  constexpr int signals = 3000;
+  const auto event = TEvent::Make();
+  const auto pace = TEvent::Make();
+  const auto ready = TSemaphore::Make(0, 2);
+  std::atomic<int> through = 0;
+  std::atomic<bool> isOver = false;
+  TWorker first, second;
+  for (TWorker* worker : {&first, &second}) {
+    worker->Start([&] {
+      while (!isOver) {
+        if (!event->WaitFor(1)) continue;
+        ++through;
+        ready->Increment(1);
+      }
+    });
+  }
+  // As each signal is answered before the next, none is merged.
+  for (int signal = 0; signal < signals; ++signal) {
+    event->Signal();
+    ASSERT_TRUE(ready->Decrement(10000)) << signal;
+    if (signal % 4 == 0) pace->WaitFor(1);
+  }
+  isOver = true;
+  first.Wait();
+  second.Wait();
+  EXPECT_EQ(signals, through);
+  EXPECT_FALSE(event->WaitFor(0));
+}
+
 }  // namespace
 }  // namespace Talvo
