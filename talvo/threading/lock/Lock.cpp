@@ -4,6 +4,7 @@
 #include <climits>
 #include <talvo/runtime/Checked.h>
 #include <talvo/runtime/Exceptions.h>
+#include <talvo/threading/Guard.h>
 #include <talvo/threading/lock/LockSections.h>
 #include <talvo/threading/lock/LockWindow.h>
 
@@ -174,6 +175,13 @@ void TLock::SetFreeWithoutLevel() noexcept {
   if (FCountLocks == 0 && FCountStopLocksOwner == 0) SetFree();
 }
 
+/// Takes back the level that the caller has just got, as if it had not asked.
+void TLock::DropLevel() noexcept {
+  const TIntGuard guard(*this);
+  --FCountLocks;
+  SetFreeWithoutLevel();
+}
+
 /// Looks again inside IntLock: while the lock has this owner, its identity is nobody else's.
 void TLock::SetFreeOfDead() noexcept {
   const TIntGuard guard(*this);
@@ -235,9 +243,15 @@ void TLock::CountStop(int32_t change) {
   }
 }
 
+/// Whoever is inside IntLock sees no stop come.
+void TLock::AddStop() {
+  const Detail::TInside<Platform::TCriticalSection> inside(FIntLockSection);
+  CountStop(1);
+}
+
 /// From here on others are refused. Those that sleep look up and leave.
 void TLock::AnnounceStop() {
-  CountStop(1);
+  AddStop();
   if (__atomic_load_n(&FState, __ATOMIC_SEQ_CST) & SleepersFlag) Wake(INT_MAX);
 }
 
@@ -245,7 +259,12 @@ void TLock::BeginStop() {
   TLockThread& self = TLockThread::Current();
   while (!Acquire(self, 1000, /*heedsStop*/ false, 0)) {
   }
-  CountStop(1);
+  try {
+    AddStop();
+  } catch (const EIntOverflow&) {
+    DropLevel();
+    throw;
+  }
 }
 
 void TLock::EndStop() {
@@ -301,8 +320,7 @@ void TLock::IntBeginWrite(int32_t countLocks, int32_t countOtherLocks) {
     FCountLocks = CheckedAdd(FCountLocks, CheckedSub(countLocks, 1));
     FCountStopLocks = others;
   } catch (const EIntOverflow&) {
-    --FCountLocks;
-    SetFreeWithoutLevel();
+    DropLevel();
     throw;
   }
 }

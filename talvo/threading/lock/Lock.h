@@ -122,10 +122,12 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   void SetFree() noexcept;
   void SetFreeWithoutLevel() noexcept;
   void SetFreeOfDead() noexcept;
+  void DropLevel() noexcept;
   void CountEndOfWrite(const Detail::TLockThread& self);
   void EndSlowly(const Detail::TLockThread& self, bool isKeeper) noexcept;
 
   void CountStop(int32_t change);
+  void AddStop();
   void AnnounceStop();
   void GiveUp(int32_t& countLocks, int32_t& countOtherLocks);
 

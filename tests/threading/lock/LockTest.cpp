@@ -602,5 +602,17 @@ TEST(LockStressTest, ExcludesInAConfinedThreadToo) {
   EXPECT_EQ(rounds, lock->Counters().CountLocks);
 }
 
+TEST(LockTest, NoStopIsAnnouncedWhileIntLockIsHeld) {
+  const auto lock = TLock::CreateObject();
+  TWorker stopping;
+  lock->IntLock();
+  stopping.Start([&] { lock->StopLock(); });
+  stopping.WaitUntilBlocked();
+  EXPECT_EQ(TLockCounters(), lock->Counters());
+  lock->IntUnlock();
+  stopping.Wait();
+  EXPECT_EQ(TLockCounters(), lock->Counters());
+}
+
 }  // namespace
 }  // namespace Talvo
