@@ -43,7 +43,7 @@ void TLock::IntLock() {
   if (FIntDepth++ > 0) return;
   const uintptr_t before = __atomic_fetch_or(&FState, FrozenFlag, __ATOMIC_ACQ_REL);
   const TLockThread* owner = OwnerOf(before);
-  if (!owner || owner == &TLockThread::Current()) return;
+  if (!owner || owner == &TLockThread::CurrentOrNobody()) return;
   Platform::HeavyBarrier();
   owner->WaitWhileBusy(this);
 }
@@ -57,7 +57,8 @@ void TLock::IntUnlock() {
 TLockCounters TLock::Counters() {
   const TIntGuard guard(*this);
   // A forked child goes on with what its thread owned, under another identifier.
-  const uint32_t owner = IsOwner(TLockThread::Current()) ? CurrentThreadId() : FOwningThread;
+  const uint32_t owner =
+      IsOwner(TLockThread::CurrentOrNobody()) ? CurrentThreadId() : FOwningThread;
   return {FCountLocks, FCountStopLocks, FCountStopLocksOwner,
           __atomic_load_n(&FInStopCount, __ATOMIC_RELAXED), owner};
 }
@@ -190,7 +191,7 @@ void TLock::SetFreeOfDead() noexcept {
 }
 
 void TLock::EndWrite() {
-  TLockThread& self = TLockThread::Current();
+  TLockThread& self = TLockThread::CurrentOrNobody();
   if (TryEnd(self, 0)) return;
   const TIntGuard guard(*this);
   CountEndOfWrite(self);
@@ -214,7 +215,7 @@ void TLock::CountEndOfWrite(const TLockThread& self) {
 }
 
 void TLock::EndSection() noexcept {
-  TLockThread& self = TLockThread::Current();
+  TLockThread& self = TLockThread::CurrentOrNobody();
   if (!TryEnd(self, 0)) EndSlowly(self, /*isKeeper*/ false);
 }
 
@@ -268,7 +269,7 @@ void TLock::BeginStop() {
 }
 
 void TLock::EndStop() {
-  const TLockThread& self = TLockThread::Current();
+  const TLockThread& self = TLockThread::CurrentOrNobody();
   const TIntGuard guard(*this);
   CountStop(-1);
   if (!IsOwner(self)) {
@@ -290,7 +291,7 @@ void TLock::EndStop() {
 // ---- Giving up and taking back ----------------------------------------------------------------
 
 void TLock::GiveUp(int32_t& countLocks, int32_t& countOtherLocks) {
-  const TLockThread& self = TLockThread::Current();
+  const TLockThread& self = TLockThread::CurrentOrNobody();
   const TIntGuard guard(*this);
   const TLockThread* owner = OwnerOf(__atomic_load_n(&FState, __ATOMIC_RELAXED));
   if (owner && owner != &self) return;

@@ -84,11 +84,13 @@ TSimpleUnlockSection::TSimpleUnlockSection(TRef<IBasicLock> lock,
 
 void TSimpleUnlockSection::Construct() {
   TLock* owner = InstanceOf(FOwnerIntf);
+  FReserve = TLockThread::Reserve();
   owner->GiveUp(FCountLocks, FCountOtherLocks);
   FOwner = owner;
 }
 
 TSimpleUnlockSection::~TSimpleUnlockSection() {
+  if (FReserve) TLockThread::EndReserve(FReserve);
   if (!FOwner) return;
   TRef<ILockSection> first;
   if (FFirstLockIntf) Quietly([&] { first = FFirstLockIntf->WriteLock(); });
@@ -108,7 +110,7 @@ class __attribute__((visibility("hidden"))) TLock::TKept final : public TSection
   // Ends the section without the destructors: of what they would let go it has nothing.
   static void operator delete(TKept* section, std::destroying_delete_t) {
     static_assert(sizeof(TKept) == TLockThread::SectionSize);
-    TLockThread& self = TLockThread::Current();
+    TLockThread& self = TLockThread::CurrentOrNobody();
     section->FOwner->EndKept(self);
     std::memset(static_cast<void*>(section), 0xFF, sizeof(TKept));
     // Keeps the fill, which nobody seems to read.

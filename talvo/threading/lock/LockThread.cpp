@@ -18,16 +18,39 @@ TLockThread* GFree = nullptr;  // guarded by GFreeLock
 
 constinit thread_local TLockThread* TLockThread::GCurrent = nullptr;
 
-TLockThread& TLockThread::Begin() {
-  static Platform::TThreadEndNotice endNotice(AtEnd);
+Platform::TThreadEndNotice& TLockThread::EndNotice() noexcept {
+  static Platform::TThreadEndNotice notice(AtEnd);
+  return notice;
+}
+
+constinit TLockThread TLockThread::GNobody{StoreSize};
+
+TLockThread* TLockThread::Reserve() {
   {
     const std::lock_guard<std::mutex> guard(GFreeLock);
-    GCurrent = GFree;
-    if (GFree) GFree = GFree->FNextFree;
+    if (TLockThread* reserve = GFree) {
+      GFree = reserve->FNextFree;
+      return reserve;
+    }
   }
-  if (!GCurrent) GCurrent = new TLockThread;
-  endNotice.Set(GCurrent);
+  return new TLockThread;
+}
+
+void TLockThread::EndReserve(TLockThread* reserve) noexcept {
+  if (!GCurrent) return Begin(reserve);
+  const std::lock_guard<std::mutex> guard(GFreeLock);
+  reserve->FNextFree = GFree;
+  GFree = reserve;
+}
+
+TLockThread& TLockThread::Begin() {
+  Begin(Reserve());
   return *GCurrent;
+}
+
+void TLockThread::Begin(TLockThread* thread) noexcept {
+  GCurrent = thread;
+  EndNotice().Set(thread);
 }
 
 void TLockThread::AtEnd(void* thread) {
