@@ -10,6 +10,9 @@
 namespace Talvo::Detail {
 namespace {
 
+// Whether the thread has got rid of an identity: how near its end it is, is not known any more.
+constinit thread_local bool GHasEnded = false;
+
 // Never freed: a late waiter may still ask one whether it is dead.
 std::mutex GFreeLock;
 TLockThread* GFree = nullptr;  // guarded by GFreeLock
@@ -50,11 +53,19 @@ TLockThread& TLockThread::Begin() {
 
 void TLockThread::Begin(TLockThread* thread) noexcept {
   GCurrent = thread;
+  thread->FRoundsLeft = GHasEnded ? 0 : Platform::TThreadEndNotice::Rounds - 1;
   EndNotice().Set(thread);
 }
 
 void TLockThread::AtEnd(void* thread) {
   auto& self = *static_cast<TLockThread*>(thread);
+  // The ends of other libraries may still go on inside its locks.
+  if (self.OwnsAny() && self.FRoundsLeft > 0) {
+    --self.FRoundsLeft;
+    EndNotice().Set(thread);
+    return;
+  }
+  GHasEnded = true;
   // What the thread does from here on, in the ends of other libraries, begins anew.
   GCurrent = nullptr;
   while (self.FStored > 0) FreeMemory(self.FStore[--self.FStored]);
@@ -67,7 +78,7 @@ void TLockThread::Retire() noexcept {
   if (!IsDead()) return;
   // Of several that come here one goes on, before another thread begins with the identity.
   const std::lock_guard<std::mutex> guard(GFreeLock);
-  if (!IsDead() || FTaken != __atomic_load_n(&FReleased, __ATOMIC_SEQ_CST)) return;
+  if (!IsDead() || OwnsAny()) return;
   __atomic_store_n(&FIsDead, false, __ATOMIC_SEQ_CST);
   FNextFree = GFree;
   GFree = this;

@@ -87,6 +87,7 @@ class alignas(64) TLockThread {
   static void Begin(TLockThread* thread) noexcept;
   static void AtEnd(void* thread);
   void Retire() noexcept;
+  bool OwnsAny() const noexcept { return FTaken != __atomic_load_n(&FReleased, __ATOMIC_SEQ_CST); }
   static void* AllocateMemory();
   static void FreeMemory(void* memory) noexcept;
 
@@ -97,6 +98,7 @@ class alignas(64) TLockThread {
   uint32_t FTaken = 0;
   uint32_t FReleased = 0;  // atomic
   bool FIsDead = false;    // atomic
+  uint32_t FRoundsLeft = 0;
   uint32_t FStored = 0;
   void* FStore[StoreSize + 1] = {};
   TLockThread* FNextFree = nullptr;  // while no thread has it

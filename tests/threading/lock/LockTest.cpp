@@ -10,6 +10,7 @@
 #include <linux/seccomp.h>
 #include <map>
 #include <new>
+#include <pthread.h>
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -655,6 +656,29 @@ TEST(LockTest, EndsNeedNoMemory) {
   EXPECT_EQ(1, lock->Counters().CountLocks);
   section = nullptr;
   EXPECT_EQ(TLockCounters(), lock->Counters());
+}
+
+TEST(LockTest, AnEndingThreadStaysTheOwner) {
+  struct THeld {
+    TRef<TLock> Lock = TLock::CreateObject();
+    TRef<ILockSection> Section;
+    bool IsExclusive = false;
+  } held;
+  held.Lock->ExecuteWrite([] {});
+  // Younger than the lock's own key, so its end comes later in a round.
+  pthread_key_t key;
+  ASSERT_EQ(0, pthread_key_create(&key, [](void* value) {
+              auto& last = *static_cast<THeld*>(value);
+              std::thread([&] { last.IsExclusive = !last.Lock->BeginWrite(0); }).join();
+              last.Section = nullptr;
+            }));
+  std::thread([&] {
+    held.Section = held.Lock->WriteLock();
+    pthread_setspecific(key, &held);
+  }).join();
+  pthread_key_delete(key);
+  EXPECT_TRUE(held.IsExclusive);
+  EXPECT_EQ(TLockCounters(), held.Lock->Counters());
 }
 
 }  // namespace
