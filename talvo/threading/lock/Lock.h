@@ -95,6 +95,7 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   class TIntGuard;
   template <class TSection>
   class TKept;
+  struct TKeptAs;
   enum : uintptr_t { FrozenFlag = 1, SleepersFlag = 2, OwnerMask = ~uintptr_t{3} };
 
   static Detail::TLockThread* OwnerOf(uintptr_t state) noexcept;

@@ -88,8 +88,11 @@ void TLockThread::WaitWhileBusy(const TLock* lock) const noexcept {
   for (uint32_t turn = 0; __atomic_load_n(&FBusy, __ATOMIC_ACQUIRE) == lock; ++turn) {
     if (turn < 100) {
       Platform::SpinPause();
-    } else {
+    } else if (turn < 3000) {
       Platform::YieldThread();
+    } else {
+      // The thread may have a lower priority than all that look, or be stopped.
+      Platform::RestThread();
     }
   }
 }

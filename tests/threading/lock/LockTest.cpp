@@ -16,7 +16,9 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <tests/threading/Workers.h>
+#include <talvo/runtime/ClassName.h>
 #include <talvo/runtime/Exceptions.h>
+#include <talvo/runtime/Reference.h>
 #include <talvo/runtime/WeakReference.h>
 
 // Threads take their identity from here when they first begin something.
@@ -679,6 +681,18 @@ TEST(LockTest, AnEndingThreadStaysTheOwner) {
   pthread_key_delete(key);
   EXPECT_TRUE(held.IsExclusive);
   EXPECT_EQ(TLockCounters(), held.Lock->Counters());
+}
+
+TEST(LockTest, SectionsGoByTheirNames) {
+  const auto lock = TLock::CreateObject();
+  const auto name = [](const TRef<ILockSection>& section) {
+    const TObject& object = *ObjectOf(section);
+    return ToUtf8(ClassNameOf(typeid(object)));
+  };
+  EXPECT_EQ("TSimpleReadLockSection", name(lock->ReadLock()));
+  EXPECT_EQ("TSimpleWriteLockSection", name(lock->WriteLock()));
+  EXPECT_EQ("TSimpleStopLockSection", name(lock->StopLock()));
+  EXPECT_EQ("TSimpleUnlockSection", name(lock->UnlockAll()));
 }
 
 }  // namespace
