@@ -67,13 +67,15 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   /// the owner. With the last level the lock is free.
   void EndRead() { EndWrite(); }
   void EndWrite();
-  /// Counts a stop and waits for the lock, as long as it takes.
+  /// Waits for the lock, as long as it takes, then counts a stop: while it waits nobody is refused,
+  /// but by the announcement that a stop section makes ahead of it.
   void BeginStop();
   /// Ends a stop with its section. The owner's last level is paid last, behind the sections of
   /// other threads without a hold.
   void EndStop();
   /// Keeps all other threads from beginning or ending anything, for a short look at the counters
-  /// or a change of several. May be nested, never held across a wait; the leaver is who entered.
+  /// or a change of several, and from announcing stops. May be nested, never held across a wait.
+  /// IntUnlock on a thread that is not inside is an assertion failure.
   void IntLock();
   void IntUnlock();
   /// Takes back `countLocks` levels and `countOtherLocks` sections without a hold; nothing for 0
