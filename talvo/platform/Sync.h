@@ -12,8 +12,9 @@
 namespace Talvo::Platform {
 
 /// A flag to wait for. Automatic ones let one waiter through and fall back; manual ones let through
-/// all that wait, also when a reset follows at once. Whoever has got through may end the event,
-/// though the call that signalled it has not returned.
+/// all that wait. Those that a signal lets through get through also when a reset follows at once,
+/// but with an automatic event of several processes, which only ever sets its flag. Whoever has got
+/// through may end the event, though the call that signalled it has not returned.
 class TEvent {
  public:
   /// An empty name makes an event of its own. A name that is in use opens what is there, whose
@@ -33,7 +34,7 @@ class TEvent {
  private:
   static constexpr uint32_t SignalledFlag = 1;
   struct TState {
-    uint64_t Word;  // atomic: the value, which is the flag and a count of signals; the waiters
+    uint64_t Word;  // atomic: the value, which is the flag and a count above it; the waiters
     uint32_t IsManual;
   };
   TFutexScope Scope() const noexcept {

@@ -68,13 +68,15 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   /// the owner. With the last level the lock is free.
   void EndRead() { EndWrite(); }
   void EndWrite();
-  /// Counts a stop and waits for the lock, as long as it takes.
+  /// Waits for the lock, as long as it takes, then counts a stop: while it waits nobody is refused,
+  /// but by the announcement that a stop section makes ahead of it.
   void BeginStop();
   /// Ends a stop with its section. The owner's last level is paid last, behind the sections of
   /// other threads without a hold.
   void EndStop();
   /// Keeps all other threads from beginning or ending anything, for a short look at the counters
-  /// or a change of several. May be nested, never held across a wait; the leaver is who entered.
+  /// or a change of several, and from announcing stops. May be nested, never held across a wait.
+  /// IntUnlock on a thread that is not inside is an assertion failure.
   void IntLock();
   void IntUnlock();
   /// Takes back `countLocks` levels and `countOtherLocks` sections without a hold; nothing for 0
@@ -96,6 +98,7 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   class TIntGuard;
   template <class TSection>
   class TKept;
+  struct TKeptAs;
   enum : uintptr_t { FrozenFlag = 1, SleepersFlag = 2, OwnerMask = ~uintptr_t{3} };
 
   static Detail::TLockThread* OwnerOf(uintptr_t state) noexcept;
@@ -123,10 +126,12 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   void SetFree() noexcept;
   void SetFreeWithoutLevel() noexcept;
   void SetFreeOfDead() noexcept;
+  void DropLevel() noexcept;
   void CountEndOfWrite(const Detail::TLockThread& self);
   void EndSlowly(const Detail::TLockThread& self, bool isKeeper) noexcept;
 
   void CountStop(int32_t change);
+  void AddStop();
   void AnnounceStop();
   void GiveUp(int32_t& countLocks, int32_t& countOtherLocks);
 

@@ -4,11 +4,19 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <map>
+#include <pthread.h>
 #include <sstream>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <tests/threading/Workers.h>
+#include <talvo/runtime/ClassName.h>
 #include <talvo/runtime/Exceptions.h>
+#include <talvo/runtime/Reference.h>
 #include <talvo/runtime/WeakReference.h>
 
 namespace Talvo {
@@ -561,6 +569,87 @@ TEST(LockTest, SectionsNeedATLock) {
     EXPECT_THROW(TSimpleStopLockSection::Make(lock), EAssertionFailed);
     EXPECT_THROW(TSimpleUnlockSection::Make(lock), EAssertionFailed);
   }
+}
+
+/// Takes the system's barrier away from the calling thread. False when it must not.
+bool ForgoBarriers() {
+  sock_filter filter[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_membarrier, 0, 1),
+                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog program{4, filter};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST(LockStressTest, ExcludesInAConfinedThreadToo) {
+  constexpr int32_t rounds = 20000;
+  const auto lock = TLock::CreateObject();
+  std::atomic<bool> isOver = false;
+  TWorker owner, confined;
+  bool isConfined = false;
+  confined.Run([&] { isConfined = ForgoBarriers(); });
+  if (!isConfined) GTEST_SKIP() << "no filters here";
+  owner.Run([&] { lock->IntBeginWrite(2 * rounds, 0); });
+  owner.Start([&] {
+    while (!isOver) {
+      lock->BeginWrite(0);
+      lock->EndWrite();
+    }
+  });
+  confined.Run([&] {
+    for (int32_t round = 0; round < rounds; ++round) lock->EndWrite();
+  });
+  isOver = true;
+  owner.Wait();
+  EXPECT_EQ(rounds, lock->Counters().CountLocks);
+}
+
+TEST(LockTest, NoStopIsAnnouncedWhileIntLockIsHeld) {
+  const auto lock = TLock::CreateObject();
+  TWorker stopping;
+  lock->IntLock();
+  stopping.Start([&] { lock->StopLock(); });
+  stopping.WaitUntilBlocked();
+  EXPECT_EQ(TLockCounters(), lock->Counters());
+  lock->IntUnlock();
+  stopping.Wait();
+  EXPECT_EQ(TLockCounters(), lock->Counters());
+}
+
+TEST(LockTest, AnEndingThreadStaysTheOwner) {
+  struct THeld {
+    TRef<TLock> Lock = TLock::CreateObject();
+    TRef<ILockSection> Section;
+    bool IsExclusive = false;
+  } held;
+  held.Lock->ExecuteWrite([] {});
+  // Younger than the lock's own key, so its end comes later in a round.
+  pthread_key_t key;
+  ASSERT_EQ(0, pthread_key_create(&key, [](void* value) {
+              auto& last = *static_cast<THeld*>(value);
+              std::thread([&] { last.IsExclusive = !last.Lock->BeginWrite(0); }).join();
+              last.Section = nullptr;
+            }));
+  std::thread([&] {
+    held.Section = held.Lock->WriteLock();
+    pthread_setspecific(key, &held);
+  }).join();
+  pthread_key_delete(key);
+  EXPECT_TRUE(held.IsExclusive);
+  EXPECT_EQ(TLockCounters(), held.Lock->Counters());
+}
+
+TEST(LockTest, SectionsGoByTheirNames) {
+  const auto lock = TLock::CreateObject();
+  const auto name = [](const TRef<ILockSection>& section) {
+    const TObject& object = *ObjectOf(section);
+    return ToUtf8(ClassNameOf(typeid(object)));
+  };
+  EXPECT_EQ("TSimpleReadLockSection", name(lock->ReadLock()));
+  EXPECT_EQ("TSimpleWriteLockSection", name(lock->WriteLock()));
+  EXPECT_EQ("TSimpleStopLockSection", name(lock->StopLock()));
+  EXPECT_EQ("TSimpleUnlockSection", name(lock->UnlockAll()));
 }
 
 }  // namespace

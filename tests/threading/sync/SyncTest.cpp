@@ -5,6 +5,9 @@
 
 #include <csignal>
 #include <deque>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <tests/threading/Workers.h>
 #include <unordered_set>
@@ -363,6 +366,65 @@ TEST(SyncStressTest, NoTurnIsLost) {
   }
   for (std::thread& thread : running) thread.join();
   for (const TGate& gate : gates) EXPECT_EQ(threads * rounds / 4, gate.Count);
+}
+
+TEST(NamedTest, WhatOthersCanWriteToIsNotUsed) {
+  const std::string path = "/talvo-" + std::to_string(geteuid()) + "-event-talvo.test.open";
+  const int file = shm_open(path.c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_GE(file, 0);
+  EXPECT_EQ(0, fchmod(file, 0606));
+  EXPECT_EQ(0u, TEvent::Make(u"talvo.test.open", false)->GetHandle());
+  EXPECT_EQ(0, fchmod(file, 0600));
+  EXPECT_NE(0u, TEvent::Make(u"talvo.test.open", false)->GetHandle());
+  close(file);
+}
+
+TEST(EventTest, ASignalIsOwedToWhoeverWaits) {
+  TWorker first, second;
+  for (int round = 0; round < 20; ++round) {
+    const auto event = TEvent::Make();
+    for (TWorker* worker : {&first, &second}) {
+      worker->Start([&] { EXPECT_TRUE(event->WaitFor(10000)); });
+    }
+    for (TWorker* worker : {&first, &second}) worker->WaitUntilBlocked();
+    event->Signal();
+    event->Signal();
+    event->Reset();
+    first.Wait();
+    second.Wait();
+    EXPECT_FALSE(event->WaitFor(0));
+  }
+}
+
+TEST(SyncStressTest, SignalsAndTimeOutsMeet) {
+  // Whoever waits gives up after a moment, mostly just when it is signalled.
+  constexpr int signals = 3000;
+  const auto event = TEvent::Make();
+  const auto pace = TEvent::Make();
+  const auto ready = TSemaphore::Make(0, 2);
+  std::atomic<int> through = 0;
+  std::atomic<bool> isOver = false;
+  TWorker first, second;
+  for (TWorker* worker : {&first, &second}) {
+    worker->Start([&] {
+      while (!isOver) {
+        if (!event->WaitFor(1)) continue;
+        ++through;
+        ready->Increment(1);
+      }
+    });
+  }
+  // As each signal is answered before the next, none is merged.
+  for (int signal = 0; signal < signals; ++signal) {
+    event->Signal();
+    ASSERT_TRUE(ready->Decrement(10000)) << signal;
+    if (signal % 4 == 0) pace->WaitFor(1);
+  }
+  isOver = true;
+  first.Wait();
+  second.Wait();
+  EXPECT_EQ(signals, through);
+  EXPECT_FALSE(event->WaitFor(0));
 }
 
 }  // namespace
