@@ -31,6 +31,16 @@ uint64_t PrintedSeed() {
   return seed;
 }
 
+/// Runs `code(random, number)` on threads 1, 2, ... at a time.
+template <class TCode>
+void RunInACrowd(uint32_t count, TCode code) {
+  const uint64_t seed = PrintedSeed();
+  RunAtATime(count, [&](uint32_t number) {
+    std::mt19937_64 random(seed + number);
+    code(random, number);
+  });
+}
+
 /// Threads of which one at a time begins a step, so that a sequential model can say what comes of
 /// it. Whatever comes is done, and waits where it has to; whoever the model lets in or refuses has
 /// to come back. The counters are compared after each step. Of four locks three see each level
@@ -128,11 +138,10 @@ class TTurns {
     const uint64_t kind = FRandom() % 1000;
     if (FSections.size() > 12 || (kind < 450 && !FSections.empty())) {
       EndOne(self, FRandom() % FSections.size());
-    } else if (kind < 575) {
-      const auto act = [this](auto& hold) { hold = FLock->ReadLock(); };
-      Do(self, {TSection::Plain}, act, &TLockModel::BeginSection);
     } else if (kind < 700) {
-      const auto act = [this](auto& hold) { hold = FLock->WriteLock(); };
+      const auto act = [=, this](auto& hold) {
+        hold = kind % 2 ? FLock->ReadLock() : FLock->WriteLock();
+      };
       Do(self, {TSection::Plain}, act, &TLockModel::BeginSection);
     } else if (kind < 740) {
       const auto act = [this](auto& hold) { hold = TSimpleWriteLockSection::Make(FLock); };
@@ -210,7 +219,7 @@ class TTurns {
 };
 
 TEST(LockStressTest, DoesAsTheModelWhateverIsDone) {
-  TTurns(PrintedSeed()).Run(250);
+  TTurns(PrintedSeed()).Run(200);
 }
 
 /// Where sections wait for another thread to end them.
@@ -277,9 +286,7 @@ class LockCrowdTest : public ::testing::TestWithParam<bool> {
 };
 
 TEST_P(LockCrowdTest, ExcludesAndGoesOn) {
-  const uint64_t seed = PrintedSeed();
-  RunAtATime(ThreadCount, [&](uint32_t self) {
-    std::mt19937_64 random(seed + self);
+  RunInACrowd(ThreadCount, [&](auto& random, uint32_t self) {
     for (int step = GetParam() ? 30000 : 250000; step > 0; --step) Step(random, self);
   });
   FSlots.Clear();
@@ -291,38 +298,29 @@ INSTANTIATE_TEST_SUITE_P(Lock, LockCrowdTest, ::testing::Bool(), [](const auto& 
   return info.param ? "GivesUpAndTakesBack" : "SectionsChangeHands";
 });
 
-class TWatchedLock : public TLock {
- public:
-  explicit TWatchedLock(std::atomic<int>& alive) : FAlive(alive) { ++FAlive; }
-  ~TWatchedLock() override { --FAlive; }
-
- private:
-  std::atomic<int>& FAlive;
+struct TWatchedLock : TLock {
+  TWatchedLock() { ++Alive; }
+  ~TWatchedLock() override { --Alive; }
+  static inline std::atomic<int> Alive = 0;
 };
 
 // Owners go deeper and drop their locks while others end their sections, in any order.
 TEST(LockStressTest, EndsWithItsLastUser) {
-  const uint64_t seed = PrintedSeed();
-  std::atomic<int> alive = 0;
   std::atomic<int> users = 2;
   TSlots slots;
-  RunAtATime(4, [&](uint32_t number) {
-    std::mt19937_64 random(seed + number);
+  RunInACrowd(4, [&](auto& random, uint32_t number) {
     for (int round = 0; number <= 2 && round < 20000; ++round) {
-      auto lock = Create<TWatchedLock>(alive);
+      auto lock = Create<TWatchedLock>();
       TRef<ILockSection> own = lock->ReadLock();
       for (uint64_t steps = random() % 10; steps > 0; --steps) {
         const uint64_t kind = random() % 10;
-        if (kind < 2) {
-          own = nullptr;
-        } else if (kind < 5) {
-          own = lock->ReadLock();
-        } else if (kind < 8) {
-          slots.Put(random, lock->WriteLock());
-        } else if (kind < 9) {
-          slots.Put(random, TSimpleWriteLockSection::Make(lock));
+        TRef<ILockSection> section;
+        if (kind > 1) section = kind < 8 ? lock->WriteLock() : lock->StopLock();
+        if (kind == 9) section = TSimpleWriteLockSection::Make(lock);
+        if (kind < 5) {
+          own = std::move(section);
         } else {
-          slots.Put(random, lock->StopLock());
+          slots.Put(random, std::move(section));
         }
       }
       if (random() % 2) lock = nullptr;
@@ -331,7 +329,7 @@ TEST(LockStressTest, EndsWithItsLastUser) {
     while (users > 0) slots.Put(random, nullptr);
   });
   slots.Clear();
-  EXPECT_EQ(0, alive);
+  EXPECT_EQ(0, TWatchedLock::Alive);
 }
 
 }  // namespace

@@ -21,7 +21,6 @@ using Testing::TWorker;
 ///   B write x refused          comes back empty
 ///   B stop s blocks            has to wait
 ///   A end w lets B             ends that wait
-///   A end f gives B            hands the first lock to B, who waits on
 ///   ... | 1 0 0 0 A            then: levels, sections without a hold of others and of the owner,
 ///                              stops, the owner, and that of the first lock if it has one
 constexpr const char* Plays = R"(
@@ -248,8 +247,8 @@ ComesBackInTheOrderFirstThenOwn
   B first f                 | 0 0 0 0 - B
   A end u blocks            | 0 0 0 0 - B
   B write b                 | 1 0 0 0 B B
-  B end f gives A           | 1 0 0 0 B A
-  B end b lets A            | 1 0 0 0 A
+  B end b                   | 0 0 0 0 - B
+  B end f lets A            | 1 0 0 0 A
   A end a                   | 0 0 0 0 -
 BreaksACycle
   # A section made by hand gives up the lock that the other thread waits for.
@@ -278,31 +277,26 @@ RunsCode
 
 class TStage {
  public:
+  TStage() {
+    for (const char* name : {"A", "B", "C"}) FThreads[name];
+  }
+
   void Do(const std::string& action) {
     std::istringstream words(action);
     std::string actor, verb, name, outcome;
     words >> actor >> verb >> name >> outcome;
-    TRef<ILockSection>& section = FSections[name];
-    const auto step = [this, &does = FVerbs.at(verb), &section] { does(section); };
+    const auto step = [&does = FVerbs.at(verb), &section = FSections[name]] { does(section); };
     if (actor == "M") {
       step();
     } else if (verb == "dies") {
       FThreads.at(actor).End();
-    } else if (outcome == "blocks") {
-      FThreads.at(actor).Start(step);
-      FThreads.at(actor).WaitUntilBlocked();
     } else {
-      FThreads.at(actor).Run(step);
+      FThreads.at(actor).Start(step);
+      outcome == "blocks" ? FThreads.at(actor).WaitUntilBlocked() : FThreads.at(actor).Wait();
     }
-    EXPECT_FALSE(outcome == "refused" && section);
-    if (outcome == "blocks" || outcome == "refused") words >> outcome;
-    for (std::string other; words >> other;) {
-      TWorker& thread = FThreads.at(other);
-      if (outcome == "lets") thread.Wait();
-      while (outcome == "gives" && FFirst->Counters().OwningThread != thread.Id()) {
-        std::this_thread::yield();
-      }
-    }
+    EXPECT_FALSE(outcome == "refused" && FSections[name]);
+    if (outcome != "lets") words >> outcome;
+    while (words >> actor) FThreads.at(actor).Wait();
   }
 
   /// Of the moment inside the code that was run, if any was.
@@ -353,11 +347,7 @@ class TStage {
   std::string FInside;
   const std::function<void()> FLook = [this] { FInside = CountersNow(); };
   std::map<std::string, TRef<ILockSection>> FSections;
-  std::map<std::string, TWorker> FThreads = [] {
-    std::map<std::string, TWorker> threads;
-    for (const char* name : {"A", "B", "C"}) threads[name];
-    return threads;
-  }();
+  std::map<std::string, TWorker> FThreads;
 };
 
 TEST(LockTest, CountsAfterEachStep) {
@@ -391,7 +381,6 @@ TEST(LockTest, WaitsAsLongAsItIsTold) {
 TEST(LockTest, WorksInTheLastMomentsOfAThread) {
   static TRef<TLock> lock;
   static TRef<ILockSection> left;
-  lock = TLock::CreateObject();
   struct TLast {
     int Number = 0;
     ~TLast() {
@@ -400,15 +389,14 @@ TEST(LockTest, WorksInTheLastMomentsOfAThread) {
       left = lock->ReadLock();
     }
   };
+  lock = TLock::CreateObject();
   for (int round = 1; round <= 3; ++round) {
     std::thread([] {
       thread_local TLast last;
       last.Number = 1;
     }).join();
     // The thread that is gone was the owner, and this one may have its identity next.
-    std::thread([] {
-      lock->ExecuteWrite([] { EXPECT_EQ(2, lock->Counters().CountLocks); });
-    }).join();
+    TWorker().Run([] { lock->ExecuteWrite([] { EXPECT_EQ(2, lock->Counters().CountLocks); }); });
     left = nullptr;
     EXPECT_EQ(TLockCounters(), lock->Counters());
   }

@@ -60,8 +60,9 @@ TEST(SubscriptionTest, TheSenderMayEndFirst) {
 }
 
 TEST(SubscriptionTest, ToTheClock) {
-  std::atomic<int> ticks = 0;
-  const auto toClock = TSubscription::ToClock([&] { ++ticks; });
+  // A call that is under way is not waited for.
+  static std::atomic<int> ticks = 0;
+  const auto toClock = TSubscription::ToClock([] { ++ticks; });
   while (ticks < 2) std::this_thread::yield();
 }
 
@@ -90,16 +91,14 @@ TEST(DeliveryTest, TakesNotificationsToTheMainThread) {
 
 TEST(DeliveryTest, TakesNotificationsToAnExecutor) {
   const TRef<IExecutor> pool = TThreadPoolExecutor::Make(1);
-  TMultiProc<string> found;
-  string name;
   const TRef<IEvent> done = TEvent::Make();
-  found.Add(OnExecutor<string>(pool, [&name, done](const string& it) {
-    name = it;
+  TMultiProc<string> found;
+  found.Add(OnExecutor<string>(pool, [done](const string& name) {
+    EXPECT_EQ(ToUtf8(name), "pump");
     done->Signal();
   }));
   found.Notify(u"pump");
   done->WaitFor(NoTimeLimit);
-  EXPECT_EQ(ToUtf8(name), "pump");
   EXPECT_FALSE(OnExecutor<>(pool, nullptr));
 }
 

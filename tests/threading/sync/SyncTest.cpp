@@ -109,42 +109,35 @@ TEST(CriticalSectionTest, RunsCodeInsideAndOutside) {
   const auto section = TCriticalSection::Make();
   TLockAccess& access = *section->Access();
   int runs = 0;
-  // Whoever can leave is inside.
-  const auto expect = [&](bool inside) {
-    return [&, inside] {
-      ++runs;
-      if (inside) {
-        section->Leave();
-        section->Enter();
-      } else {
-        EXPECT_THROW(section->Leave(), EAssertionFailed);
-      }
-    };
-  };
   const auto raise = [] { throw ERangeError(u"out"); };
-
-  access.Execute(expect(true));
-  access.Execute(TProc<>(expect(true)).Object());
+  const auto outside = [&] {
+    ++runs;
+    EXPECT_THROW(section->Leave(), EAssertionFailed);
+  };
+  const auto inside = [&] {
+    ++runs;
+    access.ExecuteLeave(outside);
+  };
+  access.Execute(inside);
+  access.Execute(TProc<>(inside).Object());
   EXPECT_THROW(access.Execute(raise), ERangeError);
   EXPECT_THROW(access.Execute(TProc<>()), EAssertionFailed);
-  EXPECT_THROW(access.ExecuteLeave(expect(true)), EAssertionFailed);
-  expect(false)();
-
+  EXPECT_THROW(access.ExecuteLeave(raise), EAssertionFailed);
+  outside();
   section->Enter();
-  access.ExecuteLeave(expect(false));
-  access.ExecuteLeave(TProc<>(expect(false)).Object());
+  access.ExecuteLeave(TProc<>(outside).Object());
   EXPECT_THROW(access.ExecuteLeave(raise), ERangeError);
   section->Leave();
-  expect(false)();
+  outside();
 
   // The slot is cleared by what it holds, which goes on to its end.
   TProc<> slot = [&] {
     slot = nullptr;
-    expect(false)();
+    outside();
   };
   for (int i = 0; i < 2; ++i) access.ExecuteAssigned(slot);
   access.ExecuteAssigned(TLockAccess::TProcStd());
-  EXPECT_EQ(7, runs);
+  EXPECT_EQ(8, runs);
 }
 
 TEST(MutexTest, BelongsToItsThread) {
