@@ -211,8 +211,9 @@ TakenBackByAnOwnerWithoutALevel
 AWaitForALevelOutlastsAStop
   A BeginWrite              | 1 0 0 0 A
   B BeginWrite - blocks     | 1 0 0 0 A
-  A BeginStop               | 2 0 0 1 A
-  A EndStop                 | 1 0 0 0 A
+  A stop s                  | 2 0 0 1 A
+  C read x refused          | 2 0 0 1 A
+  A end s                   | 1 0 0 0 A
   A EndWrite - lets B       | 1 0 0 0 B
   B EndWrite                | 0 0 0 0 -
 IntLockHoldsOffOthers
