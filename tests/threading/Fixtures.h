@@ -3,17 +3,12 @@
 // What tests of threads share: gates, threads that are stuck, crowds, and counts of what happens.
 
 #include <atomic>
-#include <cstdint>
-#include <exception>
-#include <gtest/gtest.h>
 #include <latch>
 #include <memory>
-#include <random>
+#include <tests/TestTypes.h>
 #include <tests/threading/Workers.h>
 #include <thread>
-#include <utility>
 #include <vector>
-#include <talvo/runtime/Exceptions.h>
 #include <talvo/threading/Talvo.Threading.Utils.h>
 #include <talvo/threading/threads/BasicThread.h>
 #include <talvo/threading/threads/SwallowedExceptions.h>
@@ -108,26 +103,9 @@ class TNotices {
 /// What ended the thread: "EConvertError: no", or nothing. After WaitFor.
 inline std::string FailureOf(IThread& thread) {
   const std::exception_ptr failure = thread.GetInstance()->FatalException();
-  try {
+  return Raised([&] {
     if (failure) std::rethrow_exception(failure);
-  } catch (const Exception& e) {
-    return ToUtf8(e.ClassName()) + ": " + e.what();
-  }
-  return "";
+  });
 }
-
-/// Counts what is swallowed while it stands.
-class TSwallowed {
- public:
-  TSwallowed() {
-    SetSwallowedExceptionHook([count = FCount](const std::exception_ptr&) { ++*count; });
-  }
-  ~TSwallowed() { SetSwallowedExceptionHook(nullptr); }
-  int Count() const { return *FCount; }
-
- private:
-  // A thread may still be about to call the hook when this goes.
-  const std::shared_ptr<std::atomic<int>> FCount = std::make_shared<std::atomic<int>>(0);
-};
 
 }  // namespace Talvo::Testing

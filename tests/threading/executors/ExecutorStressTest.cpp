@@ -2,7 +2,6 @@
 // Executors under load: many threads, random operations.
 
 #include <array>
-#include <tests/TestTypes.h>
 #include <tests/threading/Fixtures.h>
 #include <talvo/threading/executors/ThreadPoolExecutor.h>
 #include <talvo/threading/sync/SynchronizationObject.h>
@@ -12,16 +11,7 @@ namespace {
 
 using namespace Testing;
 
-constexpr int Producers = 4;
-#if !defined(__has_feature)
-#define __has_feature(name) 0
-#endif
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || \
-    __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-constexpr int Rounds = 2'000;
-#else
-constexpr int Rounds = 20'000;
-#endif
+constexpr int Producers = 4, Rounds = 6'000;
 
 TEST(ThreadPoolStressTest, ResizedWhileFlooded) {
   TALVO_SEEDED(engine);

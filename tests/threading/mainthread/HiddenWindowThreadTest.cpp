@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/threading/mainthread/HiddenWindowThread.h>
 
-#include <tests/TestTypes.h>
 #include <tests/threading/Fixtures.h>
 
 namespace Talvo {

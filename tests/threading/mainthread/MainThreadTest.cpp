@@ -4,7 +4,6 @@
 #include <poll.h>
 
 #include <future>
-#include <tests/TestTypes.h>
 #include <tests/threading/Fixtures.h>
 
 namespace Talvo {

@@ -31,7 +31,7 @@ class ProcessingThreadTest : public ::testing::Test {
   /// Keeps the thread busy until Resume.
   void Hold() {
     FGate = TGate();
-    FHolding = FThread->Process(FGate);
+    FThread->Process(FGate);
     FGate.WaitUntilEntered();
   }
   void Resume() { FGate.Open(); }
@@ -41,10 +41,10 @@ class ProcessingThreadTest : public ::testing::Test {
     FThread->ProcessBlocking([] {});
     return std::exchange(FLetters, {});
   }
+
   std::string FLetters;
   TRef<IProcessingThread> FThread = TProcessingThread::MakeNamed(u"Worker");
   TGate FGate;
-  TWorkItem FHolding;
 };
 
 TEST_F(ProcessingThreadTest, RunsInOrderOneAtATime) {
@@ -66,23 +66,6 @@ TEST_F(ProcessingThreadTest, RunsInOrderOneAtATime) {
   EXPECT_THROW(FThread->ProcessTerminated(nullptr), EAssertionFailed);
 }
 
-TEST_F(ProcessingThreadTest, ComesInManyMakesWithNamesAndPriority) {
-  const auto owner = Create<TComponent>(nullptr);
-  owner->SetName(u"Plant");
-  struct TCase {
-    TRef<IProcessingThread> Thread;
-    const char16_t* Name;
-  };
-  for (const TCase& test :
-       {TCase{TProcessingThread::Make(), u"TProcessingThread"},
-        TCase{TProcessingThread::Make(owner.Get(), nullptr), u"Plant.TProcessingThread"},
-        TCase{TProcessingThread::MakeNamed(u"Own"), u"Own"},
-        TCase{TProcessingThread::MakeComponent(owner.Get(), u"Part"), u"Plant.Part"}}) {
-    EXPECT_EQ(test.Thread->Priority(), tpHighest);
-    test.Thread->ProcessBlocking([&] { EXPECT_EQ(TBasicThread::GetName(), test.Name); });
-  }
-}
-
 TEST_F(ProcessingThreadTest, TellsWhenTheQueueIsEmpty) {
   std::atomic<int> bursts = 0;
   FThread = TProcessingThread::MakeNamed(u"", [&](const TRef<IProcessingThread>& thread) {
@@ -95,6 +78,12 @@ TEST_F(ProcessingThreadTest, TellsWhenTheQueueIsEmpty) {
   bursts.wait(0);
   FThread->Terminate();
   EXPECT_LE(bursts, 3) << "each burst, not each item";
+
+  FThread = TProcessingThread::Make(nullptr, [](const auto&) { throw EConvertError(u"no"); });
+  FThread->Process([] {});
+  FThread->WaitFor();
+  EXPECT_EQ(FailureOf(*FThread), "EConvertError: no");
+  FThread->ProcessBlocking([] {});  // nobody will run it
 }
 
 TEST_F(ProcessingThreadTest, SwallowsWhatItemsRaiseAndTellsTheHook) {
@@ -209,18 +198,9 @@ TEST_F(ProcessingThreadTest, ItemsAreToldFalseInsideTheSection) {
 }
 
 TEST_F(ProcessingThreadTest, CancelWaitsForWhatRuns) {
-  Hold();
-  const auto cancel = [&] { FThread->Cancel(FHolding); };
-  TStuck first(cancel), second(cancel);
-  // The section is held as long.
-  TStuck other([&] { EXPECT_EQ(FThread->CountWaiting(), 0); });
-  EXPECT_TRUE(first.IsBusy() && second.IsBusy());
-  Resume();
-}
-
-TEST_F(ProcessingThreadTest, WhatIsWaitedForMayUseItsThread) {
   const TWorkItem item = FThread->Process([&] {
     FGate();
+    // Whoever is waited for may use its thread.
     FThread->Process(Letter('A'));
     FThread->Process(Letter('B'));
     EXPECT_EQ(FThread->CountWaiting(), 2);
@@ -230,9 +210,12 @@ TEST_F(ProcessingThreadTest, WhatIsWaitedForMayUseItsThread) {
   FGate.WaitUntilEntered();
   // Under a call that holds the section already, too.
   const TWorkItem outer = [&](const TRef<IProcessingThread>&, bool) { FThread->Cancel(item); };
-  TStuck canceller([&] { FThread->Cancel(outer); });
-  Resume();
-  canceller.Wait();
+  {
+    const TStuck first([&] { FThread->Cancel(outer); });
+    const TStuck second([&] { FThread->Cancel(item); });
+    const TStuck other([&] { FThread->CountWaiting(); });  // the section is held as long
+    Resume();
+  }
   EXPECT_EQ(Settled(), "abC");
 }
 
@@ -297,14 +280,6 @@ TEST_F(ProcessingThreadTest, RunsItsLastProceduresInTheSection) {
   FThread->Terminate();
   EXPECT_EQ(FLetters, "XY");
   EXPECT_EQ(FailureOf(*FThread), "EConvertError: last");
-}
-
-TEST_F(ProcessingThreadTest, WhatOnEmptyRaisesEndsIt) {
-  FThread = TProcessingThread::Make(nullptr, [](const auto&) { throw EConvertError(u"no"); });
-  FThread->Process([] {});
-  FThread->WaitFor();
-  EXPECT_EQ(FailureOf(*FThread), "EConvertError: no");
-  FThread->ProcessBlocking([] {});  // nobody will run it
 }
 
 // The object goes on its own thread; AddressSanitizer watches what is touched afterwards.

@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <talvo/runtime/ClassDefaults.h>
 #include <talvo/runtime/Numbers.h>
+#include <talvo/threading/threads/ProcessingThread.h>
 
 namespace Talvo {
 namespace {
@@ -67,11 +68,11 @@ TEST_P(RepeatThreadTest, TerminateProceduresRunEachTimeAndOnTheCaller) {
   bool wasTerminated = true;
   const auto here = TBasicThread::GetCurrentThreadId();
   TRef<IThread> thread;
-  thread = Make([] {},
-                [&] {
-                  EXPECT_EQ(TBasicThread::GetCurrentThreadId(), here);
-                  if (++calls == 1) wasTerminated = thread->Terminated();
-                });
+  const TProc<> onTerminate = [&] {
+    EXPECT_EQ(TBasicThread::GetCurrentThreadId(), here);
+    if (++calls == 1) wasTerminated = thread->Terminated();
+  };
+  thread = Make([] {}, onTerminate);
   thread->Terminate();
   EXPECT_FALSE(wasTerminated) << "before the flag is set";
   EXPECT_TRUE(thread->IsTerminated());
@@ -113,6 +114,15 @@ TEST(RepeatThreadNameTest, ComesFromTheOwner) {
     TRepeatThread::MakeComponent(test.Owner, test.Thread, look)->WaitFor();
     TPeriodicThread::MakeComponent(test.Owner, test.Thread, 0, look)->WaitFor();
   }
+  const auto nameOf = [](const TRef<IProcessingThread>& thread) {
+    EXPECT_EQ(thread->Priority(), tpHighest);
+    string name;
+    thread->ProcessBlocking([&] { name = TBasicThread::GetName(); });
+    return name;
+  };
+  EXPECT_EQ(nameOf(TProcessingThread::MakeNamed(u"Own")), u"Own");
+  EXPECT_EQ(nameOf(TProcessingThread::MakeComponent(plant.Get(), u"Part")), u"Plant.Part");
+  EXPECT_EQ(nameOf(TProcessingThread::Make(plant.Get())), u"Plant.TProcessingThread");
   const auto askTheSystem = [](const TRef<IThread>& self) {
     std::string name;
     std::getline(std::ifstream("/proc/thread-self/comm"), name);
@@ -172,15 +182,13 @@ TEST_P(RepeatThreadTest, TheLastReferenceMayGoOnTheThreadItself) {
 }
 
 std::string GSteps;
-std::atomic<bool> GIsRunning;
 
 TEST_P(RepeatThreadTest, RunsTheClassDefaultsHook) {
   GSteps.clear();
-  GIsRunning = false;
   TClassDefaultsHook hook;
   hook.InitClassDefaults = [](TObject& object) {
     EXPECT_NE(dynamic_cast<TBasicThread*>(&object), nullptr);
-    EXPECT_FALSE(GIsRunning);
+    EXPECT_EQ(dynamic_cast<TThread&>(object).ThreadID(), 0u) << "it does not run yet";
     GSteps += 'i';
   };
   hook.BeforeDestruction = [](TObject& object) {
@@ -189,7 +197,7 @@ TEST_P(RepeatThreadTest, RunsTheClassDefaultsHook) {
   };
   hook.Destruction = [](TObject&) noexcept { GSteps += 'd'; };
   const TClassDefaultsHook* before = SetClassDefaults(&hook);
-  Make([] { GIsRunning = true; });
+  Make([] {});
   EXPECT_EQ(SetClassDefaults(before), &hook);
   EXPECT_EQ(GSteps, "ibd");
 }

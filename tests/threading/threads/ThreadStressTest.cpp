@@ -3,7 +3,6 @@
 
 #include <talvo/threading/threads/ProcessingThread.h>
 
-#include <tests/TestTypes.h>
 #include <tests/threading/Fixtures.h>
 #include <talvo/threading/threads/RepeatThread.h>
 
