@@ -3,8 +3,10 @@
 // What tests of threads share: gates, threads that are stuck, crowds, and counts of what happens.
 
 #include <atomic>
+#include <fstream>
 #include <latch>
 #include <memory>
+#include <string>
 #include <tests/TestTypes.h>
 #include <tests/threading/Workers.h>
 #include <thread>
@@ -21,6 +23,16 @@ using TEngine = std::mt19937_64;
 template <class F>
 void WaitUntil(F&& holds) {
   while (!holds()) std::this_thread::yield();
+}
+
+/// Waits until the system shows the thread asleep.
+inline void WaitUntilAsleep(uint32_t threadId) {
+  WaitUntil([&] {
+    std::ifstream file("/proc/self/task/" + std::to_string(threadId) + "/stat");
+    std::string id, name, state;
+    file >> id >> name >> state;
+    return state == "S";
+  });
 }
 
 /// Code that says that it runs, and stays until it may go on. Copies are one gate.

@@ -99,15 +99,16 @@ TEST(ThreadExecutorStressTest, ExecutionsComeAndGo) {
   const auto executor = TThreadExecutor::Make();
   std::atomic<int> ran = 0, called = 0;
   int sure = 0;
+  const auto alive = std::make_shared<int>();  // as long as an execution has its code
   for (int round = 0; round < Rounds / 40; ++round) {
     const unsigned fate = engine() % 3;
-    const auto job =
-        executor->Execute([&at = fate == 0 ? called : ran](const TRef<IExecution>&) { ++at; });
+    const auto job = executor->Execute(
+        [alive, &at = fate == 0 ? called : ran](const TRef<IExecution>&) { ++at; });
     if (fate == 0) job->Terminate();           // it has run from here on, or never will
     if (fate == 1) job->WaitFor(NoTimeLimit);  // others are dropped: they run all the same
     sure += fate != 0;
   }
-  WaitUntil([&] { return ran == sure; });
+  WaitUntil([&] { return ran == sure && alive.use_count() == 1; });
 }
 
 }  // namespace

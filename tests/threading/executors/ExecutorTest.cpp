@@ -234,6 +234,19 @@ TEST_F(ThreadPoolTest, SurplusThreadsEndAsTheyRunDry) {
   EXPECT_EQ(notices.Ends, 2);
 }
 
+TEST_F(ThreadPoolTest, LaterWorkStaysBehindWhatWaitsInThePool) {
+  std::string order;
+  Occupy(FGate);
+  for (const char letter : {'a', 'b', 'c'}) {
+    FPool->Execute([&order, letter] { order += letter; });
+  }
+  FPool->SetGroupSize(9);  // now the thread would take more
+  const auto last = FPool->Execute([&order] { order += 'd'; });
+  FGate.Open();
+  EXPECT_TRUE(Comes(last));
+  EXPECT_EQ(order, "abcd");
+}
+
 TEST_F(ThreadPoolTest, WhatWaitsIsWithdrawn) {
   const auto held = std::make_shared<int>();
   Occupy(FGate);

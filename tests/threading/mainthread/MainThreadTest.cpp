@@ -98,17 +98,26 @@ TEST_F(MainThreadTest, OwnersTakeTheirWorkOut) {
 }
 
 TEST_F(MainThreadTest, WorkMayRaiseQueueMoreAndDropTheQueue) {
-  Post(nullptr, Letter('a', [] { throw ERangeError(u"not told"); }));
-  Post(nullptr, Letter('b', [&] { Post(nullptr, Letter('d')); }));
-  Post(nullptr, Letter('c', [&] { FQueue->SyncNotify(); }));
-  MainThread::ProcessMessages();
-  EXPECT_EQ(Taken(), "abcd");
+  for (const bool isByHand : {false, true}) {
+    SCOPED_TRACE(isByHand);
+    const auto process = [&] {
+      if (isByHand) return FQueue->SyncNotify();
+      MainThread::ProcessMessages();
+    };
+    FQueue = TMainThreadExecute::Make();
+    Post(nullptr, Letter('a', [] { throw ERangeError(u"not told"); }));
+    Post(nullptr, Letter('b', [&] { FWorker.Run([&] { Post(nullptr, Letter('d')); }); }));
+    Post(nullptr, Letter('c', [&] { FQueue->SyncNotify(); }));
+    process();
+    EXPECT_EQ(Taken(), "abcd");
 
-  Post(nullptr, Letter('e', [&] { FQueue = nullptr; }));
-  Post(nullptr, Letter('f'));
-  MainThread::ProcessMessages();
-  EXPECT_EQ(Taken(), "ef") << "the queue lasts until it is empty";
-  EXPECT_EQ(MainThread::ProcessMessages(), 0);
+    Post(nullptr, Letter('e', [&] { FQueue = nullptr; }));
+    Post(nullptr, Letter('f'));
+    process();
+    EXPECT_EQ(Taken(), "ef") << "the queue lasts until it is empty";
+    MainThread::ProcessMessages();
+    EXPECT_FALSE(IsWoken());
+  }
 }
 
 TEST_F(MainThreadTest, WhatWaitsEndsWithTheQueueAndLateWakeUpsAreDropped) {

@@ -230,10 +230,11 @@ TEST_F(ProcessingThreadTest, ClearTellsAllThatWaits) {
     thread->Process(Letter('C'));  // told as well
     thread->Clear();               // by the call that goes on
   });
+  FThread->Process(Write('!'));  // procedures are not called then
   FThread->Process(Letter('B'));
   EXPECT_THROW(FThread->Clear(), EConvertError);
   EXPECT_EQ(FLetters, "a");
-  EXPECT_EQ(FThread->CountWaiting(), 3) << "all stay";
+  EXPECT_EQ(FThread->CountWaiting(), 4) << "all stay";
   FThread->Clear();
   EXPECT_EQ(FThread->CountWaiting(), 0);
   EXPECT_EQ(Settled(), "aabc");
@@ -245,7 +246,11 @@ TEST_F(ProcessingThreadTest, EndedFromOutsideItDropsItsQueue) {
     SCOPED_TRACE(isByTerminate);
     FThread = TProcessingThread::Make();
     Hold();
+    const TGate inFront;
+    FThread->Process(inFront);
     FThread->Process([carried, this] { FLetters += '!'; });
+    Resume();
+    inFront.WaitUntilEntered();
     TStuck ending([this, isByTerminate] {
       if (isByTerminate) return FThread->Terminate();
       FThread = nullptr;
@@ -254,7 +259,7 @@ TEST_F(ProcessingThreadTest, EndedFromOutsideItDropsItsQueue) {
       EXPECT_TRUE(FThread->IsTerminated());
       FThread->Terminate();  // the second time: at once
     }
-    Resume();
+    inFront.Open();
     ending.Wait();
     EXPECT_EQ(FThread ? FThread->CountWaiting() : 1, 1) << "neither run nor told";
     FThread = nullptr;
