@@ -122,7 +122,9 @@ TEST(AnimationClockTest, TicksWhileSomebodySubscribes) {
   // The next subscriber starts the clock again.
   link = TAnimationClock::Subscribe([] { ++GLater; });
   WaitUntil([] { return GLater >= 2; });
+  const TNotices notices;
   TAnimationClock::Close();
+  notices.WaitForEnds(1);
   const int before = GLater;
   TAnimationClock::Clock();
   EXPECT_GT(GLater, before);
