@@ -104,7 +104,10 @@ TEST(ThreadExecutorStressTest, ExecutionsComeAndGo) {
     const unsigned fate = engine() % 3;
     const auto job = executor->Execute(
         [alive, &at = fate == 0 ? called : ran](const TRef<IExecution>&) { ++at; });
-    if (fate == 0) job->Terminate();           // it has run from here on, or never will
+    if (fate == 0) {
+      job->Terminate();  // it has run from here on, or never will
+      EXPECT_TRUE(job->WaitFor(0));
+    }
     if (fate == 1) job->WaitFor(NoTimeLimit);  // others are dropped: they run all the same
     sure += fate != 0;
   }
