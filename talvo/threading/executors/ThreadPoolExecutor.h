@@ -16,9 +16,10 @@
 // larger one lets that many more wait, and is for many short jobs.
 
 #include <talvo/threading/executors/ThreadExecutor.h>
-#include <talvo/threading/threads/ProcessingThread.h>
 
 namespace Talvo {
+
+class IProcessingThread;
 
 /// The pool. Its last reference waits for the work that is running; work that has not begun never
 /// runs then, and WaitFor of it does not return without a time limit unless it is terminated. Work
