@@ -67,6 +67,7 @@ void* TObject::GetInterface(const TGuid&) {
 }
 void TObject::Construct() {}
 void TObject::AfterConstruction() {}
+void TObject::ConstructionFailed() noexcept {}
 void TObject::BeforeDestruction() {}
 
 void TObject::operator delete(void* memory, size_t size) {

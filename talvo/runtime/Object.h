@@ -41,11 +41,12 @@ class TALVO_API TObject {
   TObject() noexcept = default;
 
   /// The part of construction that calls virtually or hands the object out; runs on the complete
-  /// object, before AfterConstruction. If it raises, the destructors run and
-  /// BeforeDestruction does not.
+  /// object, before AfterConstruction. If either raises, ConstructionFailed and the destructors
+  /// run, and BeforeDestruction does not.
   virtual void Construct();
   /// Runs once when the object is complete.
   virtual void AfterConstruction();
+  virtual void ConstructionFailed() noexcept;
   /// Runs once before the destructors, on the still complete object. What it raises goes no
   /// further: the object ends all the same.
   virtual void BeforeDestruction();
@@ -210,6 +211,10 @@ struct TObjectAccess {
   }
   static void BeforeDestruction(TObject& object) { object.BeforeDestruction(); }
   static void Delete(TObject* object) noexcept { delete object; }
+  static void DeleteUnfinished(TObject* object) noexcept {
+    object->ConstructionFailed();
+    delete object;
+  }
 };
 
 template <class T, class... A>
@@ -226,7 +231,7 @@ T* NewInstance(A&&... arguments) {
   struct TUnfinished {
     TObject* Object;
     ~TUnfinished() {
-      if (Object) TObjectAccess::Delete(Object);
+      if (Object) TObjectAccess::DeleteUnfinished(Object);
     }
   } unfinished{object};
   TObjectAccess::Complete(*object);

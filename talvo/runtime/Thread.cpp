@@ -156,18 +156,26 @@ void TThreadState::Guarded(F&& code) noexcept {
 TThread::TThread(bool isSuspended) : FState(Create<Detail::TThreadState>(this, isSuspended)) {}
 
 TThread::~TThread() {
-  if (IsCurrent()) {
-    FState->Orphan();
-  } else {
-    // Only a construction that failed behind the start comes here with a thread that runs.
-    FState->IsTerminated = true;
-    FState->Join();
-  }
+  if (IsCurrent()) FState->Orphan();
 }
 
 void TThread::AfterConstruction() {
   TBasicObject::AfterConstruction();
   if (!FState->IsSuspended) Start();
+}
+
+/// The thread may have started, and be in what the destructors are about to take apart.
+void TThread::ConstructionFailed() noexcept {
+  if (FState->StartStep != Detail::TThreadState::NotStarted) {
+    try {
+      Terminate();
+    } catch (...) {
+      // There is an exception under way already.
+    }
+    FState->IsTerminated = true;
+    WaitFor();
+  }
+  TBasicObject::ConstructionFailed();
 }
 
 void TThread::BeforeDestruction() {

@@ -75,6 +75,7 @@ class TALVO_API TThread : public TBasicObject {
   void SetOrphanNotice(void (*notice)()) noexcept;
 
   void AfterConstruction() override;
+  void ConstructionFailed() noexcept override;
   void BeforeDestruction() override;
 
  private:

@@ -39,8 +39,7 @@ class IThread : public virtual IInterface {
 /// Its last reference terminates it and waits for it. When that goes on the thread itself, nobody
 /// waits: the object ends at once, and the thread when the call that it is in has returned.
 ///
-/// Descendants call the inherited AfterConstruction last: the thread starts there. A descendant
-/// whose construction may fail behind it waits for the thread in its destructor.
+/// Descendants call the inherited AfterConstruction last: the thread starts there.
 class TALVO_API TBasicThread : public TImplements<TThread, IThread> {
  public:
   static constexpr bool CountsReferences = true;

@@ -49,7 +49,6 @@ class TALVO_API TRepeatThread : public TBasicThread {
   TRepeatThread(string name, TThreadProc procThread, TProc<> procTerminate);
   TRepeatThread(const TComponent* owner, u16string_view name, TThreadProc procThread,
                 TProc<> procTerminate);
-  ~TRepeatThread() override;
 
   /// A thread that runs from here on. An empty procedure is an assertion failure; an empty
   /// `procTerminate` is none. Raises EThread when the system has no room for another thread.
@@ -95,7 +94,6 @@ class TALVO_API TPeriodicThread : public TBasicThread {
   TPeriodicThread(string name, int32_t periodMs, TThreadProc procThread, TProc<> procTerminate);
   TPeriodicThread(const TComponent* owner, u16string_view name, int32_t periodMs,
                   TThreadProc procThread, TProc<> procTerminate);
-  ~TPeriodicThread() override;
 
   /// As those of TRepeatThread. A period of 0 is no pause; one below 0 ends the thread after the
   /// first call with an ERangeError.
