@@ -59,9 +59,16 @@ void FailEverywhere(THandOver&& handOver, TRunOthers&& runOthers) {
 
 TEST(NoMemoryTest, WhatCouldNotBeHandedOverNeverRuns) {
   const auto thread = THiddenWindowThread::Make(u"Poor");
-  FailEverywhere([&](auto code) { thread->Process(code); }, [&] { thread->Process([] {}); });
+  FailEverywhere([&](auto code) { thread->Process(code); },
+                 [&] {
+                   // A number of messages that meets each place in a block of the queue.
+                   for (int i = 0; i < 4; ++i) thread->Process([] {});
+                 });
   FailEverywhere([](auto code) { MainThread::Execute(nullptr, true, code, false); },
-                 [] { MainThread::ProcessMessages(); });
+                 [] {
+                   MainThread::ProcessMessages();
+                   MainThread::ProcessExecuteQueueAll();
+                 });
 }
 
 TEST(NoMemoryTest, AThreadWithAWindowEndsWithoutMemory) {
