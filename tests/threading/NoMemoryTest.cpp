@@ -57,13 +57,17 @@ void FailEverywhere(THandOver&& handOver, TRunOthers&& runOthers) {
   EXPECT_GT(failed, 0) << "there was something to fail";
 }
 
-TEST(NoMemoryTest, WhatCouldNotBeHandedOverNeverRuns) {
+TEST(NoMemoryTest, WhatAThreadWithAWindowCouldNotTakeNeverRuns) {
   const auto thread = THiddenWindowThread::Make(u"Poor");
   FailEverywhere([&](auto code) { thread->Process(code); },
                  [&] {
-                   // A number of messages that meets each place in a block of the queue.
-                   for (int i = 0; i < 4; ++i) thread->Process([] {});
+                   // With one more, a number of messages that comes to each place in a block of
+                   // the queue, however many allocations fail in between.
+                   for (int i = 0; i < 6; ++i) thread->Process([] {});
                  });
+}
+
+TEST(NoMemoryTest, WhatTheMainThreadCouldNotTakeNeverRuns) {
   FailEverywhere([](auto code) { MainThread::Execute(nullptr, true, code, false); },
                  [] {
                    MainThread::ProcessMessages();
