@@ -1,12 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 # The library is one binary made of floors: one folder, one object library each.
 
-# talvo_floor(<name> [COMPONENT <Name>] [SOURCES <file>...])
+# talvo_floor(<name> [COMPONENT <Name>] [SOURCES <file>...] [INTERNAL_HEADERS <file>...])
 #
 # Adds the folder's sources to the library. COMPONENT adds Talvo::<Name>, an alias of Talvo::Runtime
-# for those who like to say which part they use.
+# for those who like to say which part they use. Internal headers are not installed.
 function(talvo_floor name)
-  cmake_parse_arguments(PARSE_ARGV 1 floor "" "COMPONENT" "SOURCES")
+  cmake_parse_arguments(PARSE_ARGV 1 floor "" "COMPONENT" "SOURCES;INTERNAL_HEADERS")
   if(floor_SOURCES)
     set(objects talvo_${name}_objects)
     add_library(${objects} OBJECT ${floor_SOURCES})
@@ -22,6 +22,9 @@ function(talvo_floor name)
     target_sources(${talvo_binary} PRIVATE $<TARGET_OBJECTS:${objects}>)
     set_property(GLOBAL APPEND PROPERTY TALVO_FLOORS ${name})
   endif()
+  foreach(header IN LISTS floor_INTERNAL_HEADERS)
+    set_property(GLOBAL APPEND PROPERTY TALVO_INTERNAL_HEADERS talvo/${name}/${header})
+  endforeach()
   if(floor_COMPONENT)
     add_library(Talvo${floor_COMPONENT} INTERFACE)
     add_library(Talvo::${floor_COMPONENT} ALIAS Talvo${floor_COMPONENT})

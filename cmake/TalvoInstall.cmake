@@ -13,7 +13,15 @@ else()
             ${CMAKE_INSTALL_DATAROOTDIR}/gdb/auto-load\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}
           RENAME $<TARGET_FILE_NAME:TalvoRuntime>-gdb.py)
 endif()
-install(DIRECTORY talvo DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+
+get_property(internal_headers GLOBAL PROPERTY TALVO_INTERNAL_HEADERS)
+set(without_internal_headers "")
+foreach(header IN LISTS internal_headers)
+  string(REPLACE "." "[.]" pattern /${header}$)
+  list(APPEND without_internal_headers REGEX ${pattern} EXCLUDE)
+endforeach()
+install(DIRECTORY talvo DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h"
+        ${without_internal_headers})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Talvo)

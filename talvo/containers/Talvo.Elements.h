@@ -8,3 +8,4 @@
 #include <talvo/containers/elements/Reference.h>
 #include <talvo/containers/elements/Tuple.h>
 #include <talvo/containers/elements/Values.h>
+#include <talvo/runtime/Component.h>

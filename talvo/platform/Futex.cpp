@@ -70,4 +70,9 @@ void YieldThread() noexcept {
   sched_yield();
 }
 
+void RestThread() noexcept {
+  const timespec moment{0, 50'000};
+  nanosleep(&moment, nullptr);
+}
+
 }  // namespace Talvo::Platform

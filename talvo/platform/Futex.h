@@ -60,4 +60,7 @@ inline void SpinRest() noexcept {
 /// Lets other threads run.
 void YieldThread() noexcept;
 
+/// Sleeps for a moment, so that threads run that would have to yield to this one.
+void RestThread() noexcept;
+
 }  // namespace Talvo::Platform

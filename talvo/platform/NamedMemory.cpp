@@ -53,12 +53,31 @@ void WritePath(char (&path)[256], std::string_view kind, std::string_view name) 
   }
 }
 
-int Lock(int file, int operation) noexcept {
-  int result;
+/// Takes a step, which tells 0 or its error, again when a signal came in between.
+template <class TStep>
+bool Succeeds(TStep step) noexcept {
+  int error;
   do {
-    result = flock(file, operation);
-  } while (result != 0 && errno == EINTR);
-  return result;
+    error = step();
+  } while (error == EINTR);
+  return error == 0;
+}
+
+bool Lock(int file, int operation) noexcept {
+  return Succeeds([&] { return flock(file, operation) == 0 ? 0 : errno; });
+}
+
+bool MakeEmpty(int file, off_t size) noexcept {
+  return Succeeds([&] { return ftruncate(file, 0) == 0 ? 0 : errno; }) &&
+         Succeeds([&] { return posix_fallocate(file, 0, size); });
+}
+
+/// Whether nobody but this user can have made the file or get at it. Anybody may have taken the
+/// name before us.
+bool IsPrivate(int file) noexcept {
+  struct stat status;
+  return fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
+         (status.st_mode & 077) == 0 && status.st_nlink <= 1;
 }
 
 /// Whether the file is still the one that its name leads to.
@@ -106,11 +125,11 @@ bool TNamedMemory::TryOpen(TInitialize initialize, const void* context, bool& is
   const auto size = static_cast<off_t>(FMappingSize);
   isFinal = true;
   FFile = shm_open(FPath, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (FFile < 0) return false;
-  const bool isAlone = Lock(FFile, LOCK_EX | LOCK_NB) == 0;
+  if (FFile < 0 || !IsPrivate(FFile)) return false;
+  const bool isAlone = Lock(FFile, LOCK_EX | LOCK_NB);
   // Emptied first, so that no user finds what another one left.
-  if (isAlone && (ftruncate(FFile, 0) != 0 || posix_fallocate(FFile, 0, size) != 0)) return false;
-  if (!isAlone && Lock(FFile, LOCK_SH) != 0) return false;
+  if (isAlone && !MakeEmpty(FFile, size)) return false;
+  if (!isAlone && !Lock(FFile, LOCK_SH)) return false;
 
   struct stat status;
   if (fstat(FFile, &status) != 0) return false;
@@ -127,7 +146,7 @@ bool TNamedMemory::TryOpen(TInitialize initialize, const void* context, bool& is
     __atomic_store_n(&static_cast<THeader*>(FMapping)->IsReady, 1, __ATOMIC_RELEASE);
     // Going from exclusive to shared lets others in between, who may make the block anew: nobody
     // uses it yet.
-    if (Lock(FFile, LOCK_SH) != 0) return false;
+    if (!Lock(FFile, LOCK_SH)) return false;
   }
   return IsLinked(FFile) &&
          __atomic_load_n(&static_cast<THeader*>(FMapping)->IsReady, __ATOMIC_ACQUIRE) != 0;
@@ -139,7 +158,7 @@ void TNamedMemory::Close() noexcept {
   // Going from shared to exclusive drops the shared lock first, so of several that leave at a time
   // one finds itself alone.
   // A forked child shares its parent's lock and leaves it alone.
-  if (FProcess == getpid() && Lock(FFile, LOCK_EX | LOCK_NB) == 0 && IsLinked(FFile)) {
+  if (FProcess == getpid() && Lock(FFile, LOCK_EX | LOCK_NB) && IsLinked(FFile)) {
     shm_unlink(FPath);
   }
   close(FFile);

@@ -22,7 +22,8 @@ class TNamedMemory {
   ~TNamedMemory();
 
   /// Opens the block or makes it, `initialize` being called by whoever makes it. False when the
-  /// system has no room for it or does not let this process in. Any bytes make a name.
+  /// system has no room for it or does not let this process in, or another user has put something
+  /// in its place. Any bytes make a name.
   bool Open(std::string_view kind, std::string_view name, size_t size, TInitialize initialize,
             const void* context) noexcept;
 

@@ -93,47 +93,50 @@ const uint32_t* ValueIn(const uint64_t* word) noexcept {
   return reinterpret_cast<const uint32_t*>(word);
 }
 
-/// Takes `share` off the word when its value lets the caller through. `seen` is the word that
-/// decided.
-template <class TLetsThrough>
-bool TryTake(uint64_t* word, uint64_t& seen, uint64_t share, TLetsThrough letsThrough) noexcept {
+/// Does `take(next)` on a copy of the word, which is false when there is nothing to be had, and
+/// puts it in the word's place. `seen` is the word that decided.
+template <class TTake>
+bool TryTake(uint64_t* word, uint64_t& seen, TTake take) noexcept {
   seen = __atomic_load_n(word, __ATOMIC_ACQUIRE);
-  while (letsThrough(ValueOf(seen))) {
-    if (share == 0 || __atomic_compare_exchange_n(word, &seen, seen - share, /*weak*/ true,
-                                                  __ATOMIC_ACQUIRE, __ATOMIC_ACQUIRE)) {
+  for (;;) {
+    uint64_t next = seen;
+    if (!take(next)) return false;
+    if (next == seen || __atomic_compare_exchange_n(word, &seen, next, /*weak*/ true,
+                                                    __ATOMIC_ACQUIRE, __ATOMIC_ACQUIRE)) {
       return true;
     }
   }
-  return false;
 }
 
-/// Waits until `letsThrough(value, valueAtFirst)`, then takes `share` off.
-template <class TLetsThrough>
-bool TakeInTime(uint64_t* word, uint64_t share, uint32_t timeoutMs, TFutexScope scope,
-                TLetsThrough letsThrough) noexcept {
+/// Waits until `take(next, waiter, valueAtFirst)` has done its work: it takes from `next` what lets
+/// the caller through, and `waiter`, which is 0 or OneWaiter, unless somebody did so before.
+template <class TTake>
+bool TakeInTime(uint64_t* word, uint32_t timeoutMs, TFutexScope scope, TTake take) noexcept {
   uint64_t seen;
-  if (TryTake(word, seen, share, [&](uint32_t value) { return letsThrough(value, value); })) {
+  if (TryTake(word, seen, [&](uint64_t& next) { return take(next, 0, ValueOf(next)); })) {
     return true;
   }
   if (timeoutMs == 0) return false;
   const TDeadline deadline(timeoutMs);
   const uint32_t first = ValueOf(__atomic_fetch_add(word, OneWaiter, __ATOMIC_RELAXED));
-  const auto tryTake = [&] {
-    return TryTake(word, seen, share + OneWaiter,
-                   [&](uint32_t value) { return letsThrough(value, first); });
-  };
-  for (bool isInTime = true; !tryTake();) {
-    if (!isInTime) {
-      __atomic_fetch_sub(word, OneWaiter, __ATOMIC_RELAXED);
+  for (bool isInTime = true;;) {
+    if (TryTake(word, seen, [&](uint64_t& next) { return take(next, OneWaiter, first); })) {
+      return true;
+    }
+    if (isInTime) {
+      isInTime = FutexWait(ValueIn(word), ValueOf(seen), deadline, scope);
+    } else if (__atomic_compare_exchange_n(word, &seen, seen - OneWaiter, /*weak*/ false,
+                                           __ATOMIC_RELAXED, __ATOMIC_RELAXED)) {
       return false;
     }
-    isInTime = FutexWait(ValueIn(word), ValueOf(seen), deadline, scope);
   }
-  return true;
 }
 
-// The value of an event is a flag, and above it how often it was signalled.
+// The value of an event is a flag, and above it, for a manual one, how often it was signalled. For
+// an automatic one it is how many waiters have been granted their pass: they are no longer counted
+// as waiters, and no reset takes that back.
 constexpr uint32_t OneSignal = 2;
+constexpr uint32_t OneGrant = 2;
 
 }  // namespace
 
@@ -152,19 +155,25 @@ bool TEvent::Signal() noexcept {
   if (!FState) return false;
   uint64_t* word = &FState->Word;
   const TFutexScope scope = Scope();
-  // A process may die between its wake-up and taking the signal, so there all are woken.
-  const int32_t woken = FState->IsManual || scope == TFutexScope::System ? INT_MAX : 1;
+  const bool isManual = FState->IsManual;
+  // Waiters of other processes may die, and would leave what they have been granted. So there the
+  // flag is set, and all are woken, one of whom takes it.
+  const bool grants = !isManual && scope == TFutexScope::Process;
   uint64_t seen = __atomic_load_n(word, __ATOMIC_RELAXED);
-  for (;;) {
-    const uint32_t value = (ValueOf(seen) + OneSignal) | SignalledFlag;
-    const uint64_t next = (seen & ~uint64_t{UINT32_MAX}) | value;
-    if (__atomic_compare_exchange_n(word, &seen, next, /*weak*/ true, __ATOMIC_RELEASE,
-                                    __ATOMIC_RELAXED)) {
-      break;
+  uint64_t next;
+  do {
+    if (grants && seen >= OneWaiter) {
+      next = seen - OneWaiter + OneGrant;
+    } else if (isManual) {
+      const uint32_t value = (ValueOf(seen) + OneSignal) | SignalledFlag;
+      next = (seen & ~uint64_t{UINT32_MAX}) | value;
+    } else {
+      next = seen | SignalledFlag;
     }
-  }
+  } while (!__atomic_compare_exchange_n(word, &seen, next, /*weak*/ true, __ATOMIC_RELEASE,
+                                        __ATOMIC_RELAXED));
   // The event may be gone: what is left of it here is an address.
-  if (seen >= OneWaiter) FutexWake(ValueIn(word), woken, scope);
+  if (seen >= OneWaiter) FutexWake(ValueIn(word), grants ? 1 : INT_MAX, scope);
   return true;
 }
 
@@ -176,11 +185,24 @@ bool TEvent::Reset() noexcept {
 
 bool TEvent::Wait(uint32_t timeoutMs) noexcept {
   if (!FState) return false;
-  const bool isManual = FState->IsManual;
-  return TakeInTime(&FState->Word, isManual ? 0 : SignalledFlag, timeoutMs, Scope(),
-                    [isManual](uint32_t value, uint32_t first) {
-                      const bool wasSignalled = (value ^ first) >= OneSignal;
-                      return (value & SignalledFlag) != 0 || (isManual && wasSignalled);
+  if (FState->IsManual) {
+    return TakeInTime(&FState->Word, timeoutMs, Scope(),
+                      [](uint64_t& next, uint64_t waiter, uint32_t first) {
+                        const uint32_t value = ValueOf(next);
+                        const bool wasSignalled = (value ^ first) >= OneSignal;
+                        next -= waiter;
+                        return (value & SignalledFlag) != 0 || wasSignalled;
+                      });
+  }
+  return TakeInTime(&FState->Word, timeoutMs, Scope(),
+                    [](uint64_t& next, uint64_t waiter, uint32_t /*first*/) {
+                      if (waiter != 0 && ValueOf(next) >= OneGrant) {
+                        next -= OneGrant;
+                        return true;
+                      }
+                      const bool isSignalled = (next & SignalledFlag) != 0;
+                      next -= SignalledFlag + waiter;
+                      return isSignalled;
                     });
 }
 
@@ -201,8 +223,12 @@ bool TSemaphore::Increment(int32_t count) noexcept {
 }
 
 bool TSemaphore::Decrement(uint32_t timeoutMs) noexcept {
-  return IsValid() && TakeInTime(&FWord, 1, timeoutMs, TFutexScope::Process,
-                                 [](uint32_t count, uint32_t) { return count != 0; });
+  return IsValid() && TakeInTime(&FWord, timeoutMs, TFutexScope::Process,
+                                 [](uint64_t& next, uint64_t waiter, uint32_t /*first*/) {
+                                   const bool isThere = ValueOf(next) != 0;
+                                   next -= 1 + waiter;
+                                   return isThere;
+                                 });
 }
 
 }  // namespace Talvo::Platform

@@ -42,6 +42,21 @@ concept CallableAs = !std::is_member_pointer_v<F> &&
                      (std::is_void_v<R> ? std::is_void_v<std::invoke_result_t<F&, A...>>
                                         : std::is_invocable_r_v<R, F&, A...>);
 
+/// A function object of the caller's that is none of these handles: for overloads that say so.
+template <class F, class... Handles>
+concept MisfitFor =
+    std::is_class_v<std::remove_reference_t<F>> && !(std::is_convertible_v<F, Handles> || ...);
+
+/// Whether code may be called with these arguments, but returns something.
+template <class F, class... A>
+constexpr bool ReturnsSomething() {
+  if constexpr (std::is_invocable_v<F&, A...>) {
+    return !std::is_void_v<std::invoke_result_t<F&, A...>>;
+  } else {
+    return false;
+  }
+}
+
 template <class F, class R, class... A>
 class TCallable final : public TImplements<TInterfacedObject, IFunction<R(A...)>> {
  public:

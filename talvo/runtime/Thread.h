@@ -16,19 +16,9 @@
 #include <exception>
 #include <talvo/runtime/Object.h>
 #include <talvo/runtime/Text.h>
+#include <talvo/runtime/ThreadPriority.h>
 
 namespace Talvo {
-
-/// How much of the processor a thread gets beside others.
-enum TThreadPriority : uint8_t {
-  tpIdle = 0,
-  tpLowest = 1,
-  tpLower = 2,
-  tpNormal = 3,
-  tpHigher = 4,
-  tpHighest = 5,
-  tpTimeCritical = 6
-};
 
 namespace Detail {
 class TThreadState;

@@ -5,47 +5,9 @@
 #include <concepts>
 #include <talvo/runtime/Object.h>
 #include <talvo/runtime/Text.h>
+#include <talvo/runtime/TypeRecord.h>
 
 namespace Talvo {
-
-/// What kind of type a handle stands for. The numbers are part of documents.
-enum class TTypeKind : uint8_t {
-  tkUnknown,
-  tkInteger,
-  tkChar,
-  tkEnumeration,
-  tkFloat,
-  tkString,
-  tkSet,
-  tkClass,
-  tkMethod,
-  tkWChar,
-  tkLString,
-  tkWString,
-  tkVariant,
-  tkArray,
-  tkRecord,
-  tkInterface,
-  tkInt64,
-  tkDynArray,
-  tkUString,
-  tkClassRef,
-  tkPointer,
-  tkProcedure,
-  tkMRecord
-};
-
-/// A type's entry in the process-wide table. One type has one entry, whichever modules use it;
-/// the entry goes with the last module that does.
-struct TTypeRecord {
-  TTypeKind Kind;          // the first byte, read before anything else
-  uint32_t Size;           // in bytes
-  TGuid Id;                // hash of the type's name, equal in all modules
-  const char* NativeName;  // as the compiler mangles it; belongs to the table
-};
-
-/// Equal handles mean the same type.
-using TTypeHandle = const TTypeRecord*;
 
 namespace Detail {
 

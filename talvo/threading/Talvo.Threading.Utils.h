@@ -15,10 +15,13 @@
 namespace Talvo {
 
 /// From here on `proc` is called on every thread of the library as it starts, or ends. Returns
-/// `proc`, for the removal; an empty one is not registered. Each call adds it once more.
+/// `proc`, for the removal; an empty one is not registered. Each call adds it once more. What it
+/// raises ends the thread that starts, before it has done anything.
 TALVO_API TProc<> RegisterThreadStartNotify(TProc<> proc);
 TALVO_API TProc<> RegisterThreadEndNotify(TProc<> proc);
-/// Takes `proc` back once. When this returns, `proc` does not run on another thread.
+/// Takes `proc` back once. When this returns, `proc` does not run on another thread. From a
+/// registered procedure itself: a second removal of what was removed in the same round finds the
+/// old entry, and leaves a newer one.
 TALVO_API void UnRegisterThreadStartNotify(const TProc<>& proc);
 TALVO_API void UnRegisterThreadEndNotify(const TProc<>& proc);
 

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 // Threading: locks with a stop mode, threads, executors, the main thread, and the objects of the
-// operating system that threads wait on.
+// operating system that threads wait on; with them the exceptions that they raise.
 
+#include <talvo/runtime/Component.h>
+#include <talvo/runtime/Exceptions.h>
+#include <talvo/threading/Talvo.Threading.Utils.h>
 #include <talvo/threading/executors/DirectExecutor.h>
 #include <talvo/threading/executors/ExecutionTask.h>
 #include <talvo/threading/executors/Executor.h>

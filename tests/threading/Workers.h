@@ -6,11 +6,14 @@
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace Talvo::Testing {
 
@@ -91,5 +94,46 @@ class TWorker {
   uint32_t FId = 0;
   std::thread FThread;
 };
+
+/// Threads that block in one and the same step. Their end waits for the step's.
+class TBlocked {
+ public:
+  TBlocked(size_t count, const std::function<void()>& step) : FThreads(count) {
+    for (TWorker& thread : FThreads) thread.Start(step);
+    for (TWorker& thread : FThreads) thread.WaitUntilBlocked();
+  }
+  ~TBlocked() {
+    for (TWorker& thread : FThreads) thread.Wait();
+  }
+
+ private:
+  std::deque<TWorker> FThreads;
+};
+
+/// Runs `code(number)` on threads 1, 2, ... all at once, until the last one is done.
+template <class TCode>
+void RunAtATime(uint32_t count, TCode code) {
+  std::vector<std::thread> threads;
+  for (uint32_t number = 1; number <= count; ++number) {
+    threads.emplace_back([&code, number] { code(number); });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+/// Runs `child` in a forked process; `parent` meanwhile in this one. `signal` ends the child.
+inline void InTwoProcesses(
+    const std::function<void()>& child, const std::function<void()>& parent = [] {},
+    int signal = 0) {
+  const pid_t process = fork();
+  ASSERT_GE(process, 0);
+  if (process == 0) {
+    child();
+    _exit(::testing::Test::HasFailure());
+  }
+  parent();
+  int status = -1;
+  ASSERT_EQ(process, waitpid(process, &status, 0));
+  EXPECT_EQ(signal, status);
+}
 
 }  // namespace Talvo::Testing

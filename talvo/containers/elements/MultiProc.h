@@ -7,8 +7,9 @@
 //   renamed.Notify(u"pump");
 //   renamed.Remove(link);
 //
-// Costs a null pointer until somebody subscribes. All copies of one value share one list. Not
-// locked: the lock of the object that owns it guards it.
+// Costs a null pointer until somebody subscribes. All copies of one value share one list, which
+// copying makes if need be. Not locked: the lock of the object that owns it guards it, and copying
+// needs it as adding does.
 
 #include <talvo/containers/elements/Reference.h>
 #include <talvo/containers/list/LinkedList.h>
@@ -65,7 +66,8 @@ class TMultiProc {
     return subscriber;
   }
 
-  /// Removes a subscriber once; it is found by its identity.
+  /// Removes a subscriber once; it is found by its identity. Within a notification, a second
+  /// removal of what was removed in the same round finds the old entry, and leaves a newer one.
   void Remove(const TSubscriber& subscriber) {
     const TRef<TCell> cell = FList;  // this value may end with what the subscriber held
     if (!cell) return;

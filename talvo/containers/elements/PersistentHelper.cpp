@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/containers/elements/PersistentHelper.h>
 
+#include <talvo/runtime/Component.h>
+
 namespace Talvo {
 
 TComponent* TPersistentHelper::GetOwnerComponent(TPersistent* object) noexcept {

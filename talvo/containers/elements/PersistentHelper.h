@@ -2,9 +2,12 @@
 #pragma once
 // Questions about persistent objects.
 
-#include <talvo/runtime/Component.h>
+#include <talvo/runtime/Config.h>
 
 namespace Talvo {
+
+class TComponent;
+class TPersistent;
 
 /// Looks at the component tree, which belongs to one thread at a time.
 class TALVO_API TPersistentHelper {

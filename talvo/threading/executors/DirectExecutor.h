@@ -19,6 +19,7 @@ class TALVO_API TDirectExecutor : public TImplements<TBasicNoCreateInterfacedObj
 
   TRef<IExecution> Execute(TProc<> executeLambda) override;
   TRef<IExecution> Execute(TConstProc<TRef<IExecution>> executeLambda) override;
+  using IExecutor::Execute;
 };
 
 /// Has always run already, and cannot be called off.

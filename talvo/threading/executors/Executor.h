@@ -3,7 +3,7 @@
 // Executors: they run code somewhere and hand back an execution, which can be waited for and
 // called off.
 //
-//   TRef<IExecutor> executor = TThreadPoolExecutor::Make(4);
+//   TRef<IExecutor> executor = TThreadPoolExecutor::Make(4);          // in ThreadPoolExecutor.h
 //   auto job = executor->Execute([] { Compress(); });
 //   job->WaitFor(NoTimeLimit);
 //
@@ -12,7 +12,8 @@
 // operations may be called on any thread.
 
 #include <talvo/runtime/Function.h>
-#include <talvo/runtime/Thread.h>
+#include <talvo/runtime/ThreadPriority.h>
+#include <talvo/threading/sync/TimeLimit.h>
 
 namespace Talvo {
 
@@ -37,11 +38,25 @@ class IExecutor : public virtual IInterface {
   virtual TRef<IExecution> Execute(TProc<> executeLambda) = 0;
   /// The code gets the execution that it is.
   virtual TRef<IExecution> Execute(TConstProc<TRef<IExecution>> executeLambda) = 0;
+
+  /// Tells at compile time what is wrong with code that neither of the others takes.
+  template <Detail::MisfitFor<TProc<>, TConstProc<TRef<IExecution>>> F>
+  TRef<IExecution> Execute(F&& /*code*/) {
+    constexpr bool returnsNothing =
+        !Detail::ReturnsSomething<F>() && !Detail::ReturnsSomething<F, const TRef<IExecution>&>();
+    static_assert(returnsNothing,
+                  "An execution's code returns nothing; use a variable that it captures.");
+    static_assert(!returnsNothing,
+                  "An execution's code takes no argument, or one const TRef<IExecution>&.");
+    return nullptr;
+  }
 };
 
 /// Runs code on threads with a priority.
 class IThreadExecutor : public virtual IExecutor {
   TALVO_INTERFACE(IThreadExecutor, IExecutor);
+  /// The priority of the threads that are made from here on; a pool also gives it to those it has.
+  /// tpIdle at first. Does not wait. Raises ERangeError for a value that is no priority.
   virtual void SetPriority(TThreadPriority value) = 0;
 };
 
@@ -52,13 +67,19 @@ class IThreadPoolExecutor : public virtual IThreadExecutor {
   /// thread next runs dry; lowered, the threads too many end as they run dry. Raises ERangeError
   /// above 2147483647.
   virtual IThreadPoolExecutor& SetCount(uint32_t value) = 0;
-  /// How much work may wait at one thread, beside what it runs, and it still gets more.
+  /// How much work may wait at one thread, beside what it runs, and it still gets more; 0 at first.
+  /// The larger it is, the more work waits behind a long job while other threads have nothing to
+  /// do.
   virtual IThreadPoolExecutor& SetGroupSize(uint32_t value) = 0;
 };
 
-/// Executions that are waited for as one. Filled by one thread.
+/// Executions that are waited for as one. Filled by one thread. It keeps every execution that it
+/// was given until its own end, also those that have run.
 class IExecutionTask : public virtual IExecution {
   TALVO_INTERFACE(IExecutionTask, IExecution);
+  /// Adds one more to those that WaitFor and Terminate are about. Called by the thread that fills
+  /// the task, never beside WaitFor or Terminate. Does not wait. An empty one is an assertion
+  /// failure.
   virtual void Add(TRef<IExecution> execution) = 0;
 };
 

@@ -20,6 +20,8 @@ extern constinit std::mutex GWithdrawal;
 
 }  // namespace Detail
 
+/// @cond INTERNAL
+
 /// Tasks in their order; each is owned.
 class TThreadPoolExecutor::TTasks {
  public:
@@ -204,5 +206,7 @@ class TThreadPoolExecutor::TExecution final
 };
 
 static_assert(sizeof(TThreadPoolExecutor::TExecution) == 64);
+
+/// @endcond
 
 }  // namespace Talvo

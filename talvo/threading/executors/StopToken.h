@@ -8,8 +8,8 @@
 //   });
 //   stop.request_stop();             // returns at once
 //
-// A stop request reaches code in a pool while it runs, as Terminate does not. A header of its own:
-// <stop_token> is a large one.
+// As Terminate does, a stop request reaches code while it runs; unlike Terminate it does not wait
+// for it. A header of its own: <stop_token> is a large one.
 
 #include <stop_token>
 #include <talvo/threading/executors/Executor.h>
@@ -37,6 +37,8 @@ class TStoppableExecution final : public TImplements<TBasicInterfacedObject, IEx
 /// Has the executor run code that a stop request calls off: when its turn comes after the request
 /// it does not run, and while it runs it may look at IsTerminated, which is true from the request
 /// on. The request does not shorten WaitFor: the execution is completed when its turn has come.
+/// Since code may be skipped, what must happen in any case (a permit given back) belongs into the
+/// destructor of something that the code captures.
 inline TRef<IExecution> ExecuteUntil(const TRef<IExecutor>& executor, std::stop_token stop,
                                      TProc<> executeLambda) {
   Assert(executor && executeLambda);

@@ -1,7 +1,34 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/threading/executors/ThreadExecutor.h>
 
+#include <talvo/platform/Sync.h>
+#include <talvo/threading/threads/ProcessingThread.h>
+
 namespace Talvo {
+
+/// Code with its thread. Terminate ends the thread, and IsTerminated is true while it waits for it.
+class TThreadExecutor::TExecution final : public TImplements<TBasicInterfacedObject, IExecution> {
+ public:
+  /// Exactly one of `lambda` and `lambdaSelf` is there.
+  TExecution(TComponent* owner, TThreadPriority priority, TProc<> lambda,
+             TConstProc<TRef<IExecution>> lambdaSelf);
+
+  bool WaitFor(uint32_t timeoutMs) override;
+  void Terminate() override;
+  bool IsTerminated() override;
+
+ protected:
+  void Construct() override;
+
+ private:
+  void Run(TProc<> lambda, TConstProc<TRef<IExecution>> lambdaSelf);
+
+  Platform::TEvent FCompletedEvent{{}, /*isManual*/ true, /*isSignalled*/ false};
+  const TRef<IProcessingThread> FThread;
+  // Until the thread has them.
+  TProc<> FLambda;
+  TConstProc<TRef<IExecution>> FLambdaSelf;
+};
 
 TRef<IExecution> TThreadExecutor::Execute(TProc<> executeLambda) {
   Assert(static_cast<bool>(executeLambda));

@@ -2,12 +2,12 @@
 #pragma once
 // TThreadExecutor: a thread for each execution.
 
-#include <talvo/platform/Sync.h>
 #include <talvo/threading/executors/Executor.h>
 #include <talvo/threading/executors/ManagedObject.h>
-#include <talvo/threading/threads/ProcessingThread.h>
 
 namespace Talvo {
+
+class TComponent;
 
 /// The base of executors with threads. The owner gives them its name; it is not owned, may be
 /// null, and otherwise outlives the executor. It must not be renamed meanwhile: its name is read
@@ -20,6 +20,7 @@ class TALVO_API TBasicThreadExecutor
 
   TRef<IExecution> Execute(TProc<> executeLambda) override = 0;
   TRef<IExecution> Execute(TConstProc<TRef<IExecution>> executeLambda) override = 0;
+  using IExecutor::Execute;
 
  protected:
   TComponent* const FOwner;
@@ -49,36 +50,12 @@ class TALVO_API TThreadExecutor : public TBasicThreadExecutor,
   /// Raises EThread when no thread can be made.
   TRef<IExecution> Execute(TProc<> executeLambda) override;
   TRef<IExecution> Execute(TConstProc<TRef<IExecution>> executeLambda) override;
+  using IExecutor::Execute;
   /// The priority of threads that are made from here on; tpIdle at first.
   void SetPriority(TThreadPriority value) override;
 
  private:
   TThreadPriority FPriority = tpIdle;  // atomic
-};
-
-/// Code with its thread. Terminate ends the thread, and IsTerminated is true while it waits for it.
-class TALVO_API TThreadExecutor::TExecution final
-    : public TImplements<TBasicInterfacedObject, IExecution> {
- public:
-  /// Exactly one of `lambda` and `lambdaSelf` is there.
-  TExecution(TComponent* owner, TThreadPriority priority, TProc<> lambda,
-             TConstProc<TRef<IExecution>> lambdaSelf);
-
-  bool WaitFor(uint32_t timeoutMs) override;
-  void Terminate() override;
-  bool IsTerminated() override;
-
- protected:
-  void Construct() override;
-
- private:
-  void Run(TProc<> lambda, TConstProc<TRef<IExecution>> lambdaSelf);
-
-  Platform::TEvent FCompletedEvent{{}, /*isManual*/ true, /*isSignalled*/ false};
-  const TRef<IProcessingThread> FThread;
-  // Until the thread has them.
-  TProc<> FLambda;
-  TConstProc<TRef<IExecution>> FLambdaSelf;
 };
 
 }  // namespace Talvo

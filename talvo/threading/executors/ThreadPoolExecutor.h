@@ -3,7 +3,6 @@
 // TThreadPoolExecutor: a limited number of threads that share the work.
 //
 //   auto pool = TThreadPoolExecutor::Make(4);
-//   pool->SetGroupSize(16);
 //   pool->SetPriority(tpNormal);
 //   for (const string& path : paths) pool->Execute([path] { Load(path); });
 //
@@ -11,10 +10,16 @@
 // were made, at which no more than the group size waits; what a thread runs at the moment does not
 // count. When none is left and the limit on threads is reached, work waits in the pool, in order,
 // until a thread runs dry.
+//
+// What a thread was given stays with it, behind a long job too, while other threads have nothing to
+// do. The group size 0, which it is unless it is set, keeps that to one piece of work a thread; a
+// larger one lets that many more wait, and is for many short jobs.
 
 #include <talvo/threading/executors/ThreadExecutor.h>
 
 namespace Talvo {
+
+class IProcessingThread;
 
 /// The pool. Its last reference waits for the work that is running; work that has not begun never
 /// runs then, and WaitFor of it does not return without a time limit unless it is terminated. Work
@@ -47,6 +52,7 @@ class TALVO_API TThreadPoolExecutor
   /// Raises EThread when no thread can be made and there is none; nothing is queued then.
   TRef<IExecution> Execute(TProc<> executeLambda) override;
   TRef<IExecution> Execute(TConstProc<TRef<IExecution>> executeLambda) override;
+  using IExecutor::Execute;
   IThreadPoolExecutor& SetCount(uint32_t value) override;
   IThreadPoolExecutor& SetGroupSize(uint32_t value) override;
   /// The priority of the threads there are and of those to come. To be set before the first

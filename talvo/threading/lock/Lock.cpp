@@ -4,6 +4,7 @@
 #include <climits>
 #include <talvo/runtime/Checked.h>
 #include <talvo/runtime/Exceptions.h>
+#include <talvo/threading/Guard.h>
 #include <talvo/threading/lock/LockSections.h>
 #include <talvo/threading/lock/LockWindow.h>
 
@@ -42,7 +43,7 @@ void TLock::IntLock() {
   if (FIntDepth++ > 0) return;
   const uintptr_t before = __atomic_fetch_or(&FState, FrozenFlag, __ATOMIC_ACQ_REL);
   const TLockThread* owner = OwnerOf(before);
-  if (!owner || owner == &TLockThread::Current()) return;
+  if (!owner || owner == &TLockThread::CurrentOrNobody()) return;
   Platform::HeavyBarrier();
   owner->WaitWhileBusy(this);
 }
@@ -56,7 +57,8 @@ void TLock::IntUnlock() {
 TLockCounters TLock::Counters() {
   const TIntGuard guard(*this);
   // A forked child goes on with what its thread owned, under another identifier.
-  const uint32_t owner = IsOwner(TLockThread::Current()) ? CurrentThreadId() : FOwningThread;
+  const uint32_t owner =
+      IsOwner(TLockThread::CurrentOrNobody()) ? CurrentThreadId() : FOwningThread;
   return {FCountLocks, FCountStopLocks, FCountStopLocksOwner,
           __atomic_load_n(&FInStopCount, __ATOMIC_RELAXED), owner};
 }
@@ -174,6 +176,13 @@ void TLock::SetFreeWithoutLevel() noexcept {
   if (FCountLocks == 0 && FCountStopLocksOwner == 0) SetFree();
 }
 
+/// Takes back the level that the caller has just got, as if it had not asked.
+void TLock::DropLevel() noexcept {
+  const TIntGuard guard(*this);
+  --FCountLocks;
+  SetFreeWithoutLevel();
+}
+
 /// Looks again inside IntLock: while the lock has this owner, its identity is nobody else's.
 void TLock::SetFreeOfDead() noexcept {
   const TIntGuard guard(*this);
@@ -182,7 +191,7 @@ void TLock::SetFreeOfDead() noexcept {
 }
 
 void TLock::EndWrite() {
-  TLockThread& self = TLockThread::Current();
+  TLockThread& self = TLockThread::CurrentOrNobody();
   if (TryEnd(self, 0)) return;
   const TIntGuard guard(*this);
   CountEndOfWrite(self);
@@ -206,7 +215,7 @@ void TLock::CountEndOfWrite(const TLockThread& self) {
 }
 
 void TLock::EndSection() noexcept {
-  TLockThread& self = TLockThread::Current();
+  TLockThread& self = TLockThread::CurrentOrNobody();
   if (!TryEnd(self, 0)) EndSlowly(self, /*isKeeper*/ false);
 }
 
@@ -235,9 +244,15 @@ void TLock::CountStop(int32_t change) {
   }
 }
 
+/// Whoever is inside IntLock sees no stop come.
+void TLock::AddStop() {
+  const Detail::TInside<Platform::TCriticalSection> inside(FIntLockSection);
+  CountStop(1);
+}
+
 /// From here on others are refused. Those that sleep look up and leave.
 void TLock::AnnounceStop() {
-  CountStop(1);
+  AddStop();
   if (__atomic_load_n(&FState, __ATOMIC_SEQ_CST) & SleepersFlag) Wake(INT_MAX);
 }
 
@@ -245,11 +260,16 @@ void TLock::BeginStop() {
   TLockThread& self = TLockThread::Current();
   while (!Acquire(self, 1000, /*heedsStop*/ false, 0)) {
   }
-  CountStop(1);
+  try {
+    AddStop();
+  } catch (const EIntOverflow&) {
+    DropLevel();
+    throw;
+  }
 }
 
 void TLock::EndStop() {
-  const TLockThread& self = TLockThread::Current();
+  const TLockThread& self = TLockThread::CurrentOrNobody();
   const TIntGuard guard(*this);
   CountStop(-1);
   if (!IsOwner(self)) {
@@ -271,7 +291,7 @@ void TLock::EndStop() {
 // ---- Giving up and taking back ----------------------------------------------------------------
 
 void TLock::GiveUp(int32_t& countLocks, int32_t& countOtherLocks) {
-  const TLockThread& self = TLockThread::Current();
+  const TLockThread& self = TLockThread::CurrentOrNobody();
   const TIntGuard guard(*this);
   const TLockThread* owner = OwnerOf(__atomic_load_n(&FState, __ATOMIC_RELAXED));
   if (owner && owner != &self) return;
@@ -301,8 +321,7 @@ void TLock::IntBeginWrite(int32_t countLocks, int32_t countOtherLocks) {
     FCountLocks = CheckedAdd(FCountLocks, CheckedSub(countLocks, 1));
     FCountStopLocks = others;
   } catch (const EIntOverflow&) {
-    --FCountLocks;
-    SetFreeWithoutLevel();
+    DropLevel();
     throw;
   }
 }

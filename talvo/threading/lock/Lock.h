@@ -13,7 +13,7 @@
 // When a thread ends as the owner, the next one that asks gets the lock; what the dead thread had
 // open stays counted until those sections end.
 
-#include <talvo/platform/Sync.h>
+#include <talvo/platform/LocalSync.h>
 #include <talvo/threading/lock/BasicLock.h>
 
 namespace Talvo {
@@ -38,8 +38,9 @@ struct TLockCounters {
   friend bool operator==(const TLockCounters&, const TLockCounters&) = default;
 };
 
-/// An exclusive, recursive lock with a stop mode. Nested sections of one thread cost a few
-/// nanoseconds and no allocation. Counting past the range of int32 raises EIntOverflow.
+/// An exclusive, recursive lock with a stop mode. Nested sections of one thread cost
+/// some tens of nanoseconds and no allocation. Counting past the range of int32 raises
+/// EIntOverflow.
 class TALVO_API TLock : public TImplements<TBasicLock> {
  public:
   TLock() noexcept;
@@ -67,13 +68,15 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   /// the owner. With the last level the lock is free.
   void EndRead() { EndWrite(); }
   void EndWrite();
-  /// Counts a stop and waits for the lock, as long as it takes.
+  /// Waits for the lock, as long as it takes, then counts a stop: while it waits nobody is refused,
+  /// but by the announcement that a stop section makes ahead of it.
   void BeginStop();
   /// Ends a stop with its section. The owner's last level is paid last, behind the sections of
   /// other threads without a hold.
   void EndStop();
   /// Keeps all other threads from beginning or ending anything, for a short look at the counters
-  /// or a change of several. May be nested, never held across a wait; the leaver is who entered.
+  /// or a change of several, and from announcing stops. May be nested, never held across a wait.
+  /// IntUnlock on a thread that is not inside is an assertion failure.
   void IntLock();
   void IntUnlock();
   /// Takes back `countLocks` levels and `countOtherLocks` sections without a hold; nothing for 0
@@ -95,6 +98,7 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   class TIntGuard;
   template <class TSection>
   class TKept;
+  struct TKeptAs;
   enum : uintptr_t { FrozenFlag = 1, SleepersFlag = 2, OwnerMask = ~uintptr_t{3} };
 
   static Detail::TLockThread* OwnerOf(uintptr_t state) noexcept;
@@ -122,10 +126,12 @@ class TALVO_API TLock : public TImplements<TBasicLock> {
   void SetFree() noexcept;
   void SetFreeWithoutLevel() noexcept;
   void SetFreeOfDead() noexcept;
+  void DropLevel() noexcept;
   void CountEndOfWrite(const Detail::TLockThread& self);
   void EndSlowly(const Detail::TLockThread& self, bool isKeeper) noexcept;
 
   void CountStop(int32_t change);
+  void AddStop();
   void AnnounceStop();
   void GiveUp(int32_t& countLocks, int32_t& countOtherLocks);
 

@@ -84,11 +84,13 @@ TSimpleUnlockSection::TSimpleUnlockSection(TRef<IBasicLock> lock,
 
 void TSimpleUnlockSection::Construct() {
   TLock* owner = InstanceOf(FOwnerIntf);
+  FReserve = TLockThread::Reserve();
   owner->GiveUp(FCountLocks, FCountOtherLocks);
   FOwner = owner;
 }
 
 TSimpleUnlockSection::~TSimpleUnlockSection() {
+  if (FReserve) TLockThread::EndReserve(FReserve);
   if (!FOwner) return;
   TRef<ILockSection> first;
   if (FFirstLockIntf) Quietly([&] { first = FFirstLockIntf->WriteLock(); });
@@ -97,10 +99,9 @@ TSimpleUnlockSection::~TSimpleUnlockSection() {
 
 // ---- What locks make --------------------------------------------------------------------------
 
-/// A section that its lock counts, in memory that threads keep for sections. As a class that nobody
-/// else knows it is made by plain stores.
+/// A section that its lock counts, in memory that threads keep for sections.
 template <class TSection>
-class __attribute__((visibility("hidden"))) TLock::TKept final : public TSection {
+class __attribute__((visibility("hidden"))) TLock::TKept : public TSection {
  public:
   explicit TKept(TLock& owner) noexcept : TSection(owner) {}
 
@@ -108,13 +109,24 @@ class __attribute__((visibility("hidden"))) TLock::TKept final : public TSection
   // Ends the section without the destructors: of what they would let go it has nothing.
   static void operator delete(TKept* section, std::destroying_delete_t) {
     static_assert(sizeof(TKept) == TLockThread::SectionSize);
-    TLockThread& self = TLockThread::Current();
+    TLockThread& self = TLockThread::CurrentOrNobody();
     section->FOwner->EndKept(self);
     std::memset(static_cast<void*>(section), 0xFF, sizeof(TKept));
     // Keeps the fill, which nobody seems to read.
     asm volatile("" : : "r"(section) : "memory");
     self.ReturnMemory(section);
   }
+};
+
+/// They go by the names of what they are to callers. As classes that nobody else knows they are
+/// made by plain stores.
+struct __attribute__((visibility("hidden"))) TLock::TKeptAs {
+  class TSimpleReadLockSection final : public TKept<Talvo::TSimpleReadLockSection> {
+    using TKept::TKept;
+  };
+  class TSimpleWriteLockSection final : public TKept<Talvo::TSimpleWriteLockSection> {
+    using TKept::TKept;
+  };
 };
 
 template <class TSection>
@@ -129,7 +141,7 @@ template <class TSection>
   } memory{self};
   if (!TryBegin(self, 1) && !BeginKept(self)) return {};
   void* place = std::exchange(memory.Place, nullptr);
-  return TRef<ILockSection>::Adopt(::new (place) TKept<TSection>(*this));
+  return TRef<ILockSection>::Adopt(::new (place) TSection(*this));
 }
 
 /// Waits for a turn of a section that the lock counts; false when it is refused.
@@ -141,10 +153,10 @@ bool TLock::BeginKept(TLockThread& self) {
 }
 
 TRef<ILockSection> TLock::ReadLock() {
-  return NewSection<TSimpleReadLockSection>();
+  return NewSection<TKeptAs::TSimpleReadLockSection>();
 }
 TRef<ILockSection> TLock::WriteLock() {
-  return NewSection<TSimpleWriteLockSection>();
+  return NewSection<TKeptAs::TSimpleWriteLockSection>();
 }
 TRef<ILockSection> TLock::StopLock() {
   return TSimpleStopLockSection::Make(TRef<IBasicLock>(*this));

@@ -105,6 +105,7 @@ class TALVO_API TSimpleUnlockSection : public TSimpleLockSection {
   int32_t FCountLocks = 0;
   int32_t FCountOtherLocks = 0;
   TRef<IBasicLock> FFirstLockIntf;
+  Detail::TLockThread* FReserve = nullptr;  // for the thread of its end
 };
 
 }  // namespace Talvo

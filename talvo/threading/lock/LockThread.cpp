@@ -10,6 +10,9 @@
 namespace Talvo::Detail {
 namespace {
 
+// Whether the thread has got rid of an identity: how near its end it is, is not known any more.
+constinit thread_local bool GHasEnded = false;
+
 // Never freed: a late waiter may still ask one whether it is dead.
 std::mutex GFreeLock;
 TLockThread* GFree = nullptr;  // guarded by GFreeLock
@@ -18,20 +21,51 @@ TLockThread* GFree = nullptr;  // guarded by GFreeLock
 
 constinit thread_local TLockThread* TLockThread::GCurrent = nullptr;
 
-TLockThread& TLockThread::Begin() {
-  static Platform::TThreadEndNotice endNotice(AtEnd);
+Platform::TThreadEndNotice& TLockThread::EndNotice() noexcept {
+  static Platform::TThreadEndNotice notice(AtEnd);
+  return notice;
+}
+
+constinit TLockThread TLockThread::GNobody{StoreSize};
+
+TLockThread* TLockThread::Reserve() {
   {
     const std::lock_guard<std::mutex> guard(GFreeLock);
-    GCurrent = GFree;
-    if (GFree) GFree = GFree->FNextFree;
+    if (TLockThread* reserve = GFree) {
+      GFree = reserve->FNextFree;
+      return reserve;
+    }
   }
-  if (!GCurrent) GCurrent = new TLockThread;
-  endNotice.Set(GCurrent);
+  return new TLockThread;
+}
+
+void TLockThread::EndReserve(TLockThread* reserve) noexcept {
+  if (!GCurrent) return Begin(reserve);
+  const std::lock_guard<std::mutex> guard(GFreeLock);
+  reserve->FNextFree = GFree;
+  GFree = reserve;
+}
+
+TLockThread& TLockThread::Begin() {
+  Begin(Reserve());
   return *GCurrent;
+}
+
+void TLockThread::Begin(TLockThread* thread) noexcept {
+  GCurrent = thread;
+  thread->FRoundsLeft = GHasEnded ? 0 : Platform::TThreadEndNotice::Rounds - 1;
+  EndNotice().Set(thread);
 }
 
 void TLockThread::AtEnd(void* thread) {
   auto& self = *static_cast<TLockThread*>(thread);
+  // The ends of other libraries may still go on inside its locks.
+  if (self.OwnsAny() && self.FRoundsLeft > 0) {
+    --self.FRoundsLeft;
+    EndNotice().Set(thread);
+    return;
+  }
+  GHasEnded = true;
   // What the thread does from here on, in the ends of other libraries, begins anew.
   GCurrent = nullptr;
   while (self.FStored > 0) FreeMemory(self.FStore[--self.FStored]);
@@ -44,7 +78,7 @@ void TLockThread::Retire() noexcept {
   if (!IsDead()) return;
   // Of several that come here one goes on, before another thread begins with the identity.
   const std::lock_guard<std::mutex> guard(GFreeLock);
-  if (!IsDead() || FTaken != __atomic_load_n(&FReleased, __ATOMIC_SEQ_CST)) return;
+  if (!IsDead() || OwnsAny()) return;
   __atomic_store_n(&FIsDead, false, __ATOMIC_SEQ_CST);
   FNextFree = GFree;
   GFree = this;
@@ -54,8 +88,11 @@ void TLockThread::WaitWhileBusy(const TLock* lock) const noexcept {
   for (uint32_t turn = 0; __atomic_load_n(&FBusy, __ATOMIC_ACQUIRE) == lock; ++turn) {
     if (turn < 100) {
       Platform::SpinPause();
-    } else {
+    } else if (turn < 3000) {
       Platform::YieldThread();
+    } else {
+      // The thread may have a lower priority than all that look, or be stopped.
+      Platform::RestThread();
     }
   }
 }

@@ -20,17 +20,32 @@ namespace Talvo {
 
 class TLock;
 
+namespace Platform {
+class TThreadEndNotice;
+}  // namespace Platform
+
 namespace Detail {
 
-/// The identity of a thread as the owner of locks, and its store of section memory. Identities are
-/// used again but never freed; that of a thread that ended as an owner waits until its locks have
-/// been set free.
+/// The identity of a thread as the owner of locks, and its store of section memory. A thread gets
+/// one when it first begins something, which needs memory. Identities are used again but never
+/// freed; that of a thread that ended as an owner waits until its locks have been set free.
 class alignas(64) TLockThread {
  public:
   static TLockThread& Current() {
     TLockThread* current = GCurrent;
     return current ? *current : Begin();
   }
+  /// For ends, which must not fail: a thread without an identity shares one that never owns a lock
+  /// nor stores memory.
+  static TLockThread& CurrentOrNobody() noexcept {
+    TLockThread* current = GCurrent;
+    return current ? *current : GNobody;
+  }
+
+  /// An identity kept ready for whichever thread is to begin something that must not fail.
+  static TLockThread* Reserve();
+  /// Gives it to the calling thread if that has none, else back.
+  static void EndReserve(TLockThread* reserve) noexcept;
 
   /// Tells that this thread is about to look at `lock` and change it; null when it has done so.
   void SetBusy(const TLock* lock) noexcept { __atomic_store_n(&FBusy, lock, __ATOMIC_RELEASE); }
@@ -63,20 +78,29 @@ class alignas(64) TLockThread {
   // AddressSanitizer is to see the end of every section.
   static constexpr uint32_t StoreSize = TALVO_SECTION_STORE;
 
+  constexpr TLockThread() noexcept = default;
+  /// One that stores nothing.
+  explicit constexpr TLockThread(uint32_t stored) noexcept : FStored(stored) {}
+
+  static Platform::TThreadEndNotice& EndNotice() noexcept;
   static TLockThread& Begin();
+  static void Begin(TLockThread* thread) noexcept;
   static void AtEnd(void* thread);
   void Retire() noexcept;
+  bool OwnsAny() const noexcept { return FTaken != __atomic_load_n(&FReleased, __ATOMIC_SEQ_CST); }
   static void* AllocateMemory();
   static void FreeMemory(void* memory) noexcept;
 
   static constinit thread_local TLockThread* GCurrent __attribute__((tls_model("initial-exec")));
+  static constinit TLockThread GNobody;
 
   const TLock* FBusy = nullptr;  // atomic
   uint32_t FTaken = 0;
   uint32_t FReleased = 0;  // atomic
   bool FIsDead = false;    // atomic
+  uint32_t FRoundsLeft = 0;
   uint32_t FStored = 0;
-  void* FStore[StoreSize + 1];
+  void* FStore[StoreSize + 1] = {};
   TLockThread* FNextFree = nullptr;  // while no thread has it
 };
 

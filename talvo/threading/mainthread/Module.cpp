@@ -3,6 +3,7 @@
 
 #include <mutex>
 #include <talvo/runtime/Checked.h>
+#include <talvo/runtime/TypeHandle.h>
 #include <talvo/threading/lock/Lock.h>
 #include <talvo/threading/mainthread/AnimationClock.h>
 #include <talvo/threading/mainthread/MainThread.h>

@@ -3,7 +3,7 @@
 // The start and the end of the threading module. It starts when the library is loaded and ends
 // when the process does; nobody else needs to call anything here.
 
-#include <talvo/runtime/TypeHandle.h>
+#include <talvo/runtime/TypeRecord.h>
 
 namespace Talvo {
 

@@ -46,16 +46,16 @@ class TSubscription {
   /// To a list of subscribers; it may end first.
   template <class... A>
   static TSubscription To(TMultiProc<A...>& sender, std::type_identity_t<TProc<A...>> subscriber) {
-    TProc<A...> link = sender.Add(std::move(subscriber));
-    if (!link) return {};
+    if (!subscriber) return {};
+    TProc<A...> link = sender.Add(Own<A...>(std::move(subscriber)));
     return TSubscription([list = TMultiProc<A...>(sender), link]() mutable { list.Remove(link); });
   }
   /// To the changes of an object. Raises EInvalidCast when it does not count its references.
   static TSubscription ToChanges(const TRef<IChangeNotification>& sender, TProc<> subscriber) {
     Assert(static_cast<bool>(sender));
     TWeakRef<IChangeNotification> weak(sender);
-    TProc<> link = sender->AddChangeNotification(std::move(subscriber));
-    if (!link) return {};
+    if (!subscriber) return {};
+    TProc<> link = sender->AddChangeNotification(Own<>(std::move(subscriber)));
     return TSubscription([weak, link] {
       if (const auto target = weak.Lock()) target->RemoveChangeNotification(link);
     });
@@ -64,20 +64,29 @@ class TSubscription {
   static TSubscription ToEnd(const TRef<IChangeNotification>& sender, TProc<> subscriber) {
     Assert(static_cast<bool>(sender));
     TWeakRef<IChangeNotification> weak(sender);
-    TProc<> link = sender->AddDestroyNotification(std::move(subscriber));
-    if (!link) return {};
+    if (!subscriber) return {};
+    TProc<> link = sender->AddDestroyNotification(Own<>(std::move(subscriber)));
     return TSubscription([weak, link] {
       if (const auto target = weak.Lock()) target->RemoveDestroyNotification(link);
     });
   }
   /// To the animation clock, which needs no lock. A call that is under way is not waited for.
   static TSubscription ToClock(TProc<> subscriber) {
-    TProc<> link = TAnimationClock::Subscribe(std::move(subscriber));
-    if (!link) return {};
+    if (!subscriber) return {};
+    TProc<> link = TAnimationClock::Subscribe(Own<>(std::move(subscriber)));
     return TSubscription([link]() mutable { TAnimationClock::Unsubscribe(link); });
   }
 
  private:
+  /// The subscriber with an identity of its own: a removal within a notification may take an
+  /// earlier entry for a later one of the same identity.
+  template <class... A>
+  static TProc<A...> Own(std::type_identity_t<TProc<A...>> subscriber) {
+    return [subscriber = std::move(subscriber)](Detail::TArgument<A>... arguments) {
+      subscriber.Invoke(arguments...);
+    };
+  }
+
   TProc<> FOnEnd;
 };
 

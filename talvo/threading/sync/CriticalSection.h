@@ -8,7 +8,8 @@
 //
 // A thread may enter again what it is in, and leaves as often as it entered.
 
-#include <talvo/platform/Sync.h>
+#include <talvo/platform/LocalSync.h>
+#include <talvo/runtime/Function.h>
 #include <talvo/threading/sync/SynchronizationObject.h>
 
 namespace Talvo {
@@ -18,7 +19,8 @@ class TLockAccess;
 /// A critical section.
 class ICriticalSection : public virtual IBasicSynchronizationObject {
   TALVO_INTERFACE(ICriticalSection, IBasicSynchronizationObject);
-  /// Waits until no other thread is inside, and goes in.
+  /// Waits until no other thread is inside, and goes in. Going in more often than int32 counts
+  /// raises EIntOverflow and changes nothing.
   virtual void Enter() = 0;
   /// Goes out once. An assertion failure, with no effect, for a thread that is not inside.
   virtual void Leave() = 0;
@@ -37,10 +39,11 @@ class TALVO_API TLockAccess : public TBasicNoCreateInterfacedObject {
   virtual void Enter() = 0;
   virtual void Leave() = 0;
 
-  /// Runs `proc` inside.
+  /// Runs `proc` inside. Here and in ExecuteLeave an empty `proc` is an assertion failure.
   void Execute(TFunctionRef<void()> proc);
   void Execute(const TProcStd& proc);
-  /// The inverse, for a thread that is inside: leaves once, runs `proc` and enters again.
+  /// The inverse, for a thread that is inside: leaves once, runs `proc` and enters again. On any
+  /// other thread an assertion failure, and nothing is run.
   void ExecuteLeave(TFunctionRef<void()> proc);
   void ExecuteLeave(const TProcStd& proc);
   /// Reads the slot `proc` inside and runs what it held outside; an empty slot runs nothing. So

@@ -8,6 +8,7 @@
 
 #include <concepts>
 #include <talvo/platform/Sync.h>
+#include <talvo/runtime/Text.h>
 #include <talvo/threading/sync/SynchronizationObject.h>
 
 namespace Talvo {
@@ -21,11 +22,11 @@ enum TEventResetMode {
 /// An event. Any thread may call.
 class IEvent : public virtual IBasicSynchronizationObject {
   TALVO_INTERFACE(IEvent, IBasicSynchronizationObject);
-  /// Lets waiters through; stays set until one comes, or until Reset. Signals do not add up: what
-  /// is set already stays as it is. Those that wait for a manual event get through also when Reset
-  /// follows at once.
+  /// Lets waiters through: of those that wait for an automatic event one, for a manual one all,
+  /// also when Reset follows at once. Without a waiter it stays set until one comes, or until
+  /// Reset; such signals do not add up.
   virtual void Signal() = 0;
-  /// Takes the signal back.
+  /// Takes the signal back that nobody waited for.
   virtual void Reset() = 0;
   /// True signals, false resets.
   virtual void SetState(bool isSignalled) = 0;
@@ -38,7 +39,15 @@ class IEvent : public virtual IBasicSynchronizationObject {
 /// One with a name is shared by all processes of a user that make one of that name; whoever comes
 /// later gets the mode and the state that are there. The name goes with its last event, also when
 /// the process crashes. Names are told apart by case; an empty name is none. When the system has
-/// no room for the name the event has the handle 0, and waiting for it fails at once.
+/// no room for the name, or it is another user's, the event has the handle 0, and waiting for it
+/// fails at once.
+///
+/// An automatic event with a name only ever sets its flag, as a waiter may die with its process:
+/// signals that follow each other before a waiter has woken up let one through, and Reset takes
+/// back what none has taken yet.
+///
+/// A forked child may use its parent's named event only as long as the parent does: the parent's
+/// last drop removes the name.
 class TALVO_API TEvent : public TImplements<TBasicNoCreateInterfacedObject, IEvent> {
  public:
   TEvent(u16string_view name, TEventResetMode resetMode, bool isSignalled);

@@ -10,6 +10,8 @@
 
 #include <concepts>
 #include <talvo/platform/Sync.h>
+#include <talvo/runtime/Function.h>
+#include <talvo/runtime/Text.h>
 #include <talvo/threading/sync/SynchronizationObject.h>
 
 namespace Talvo {
@@ -32,9 +34,10 @@ class IMutex : public virtual IBasicSynchronizationObject {
 ///
 /// One with a name is shared by all processes of a user that make one of that name. The name goes
 /// with its last mutex, also when the process crashes. Names are told apart by case; an empty name
-/// is none. When the system has no room for the name the mutex has the handle 0 and excludes
-/// nobody. Dropping it gives up what the calling thread holds, unless this process has the mutex
-/// open elsewhere.
+/// is none. When the system has no room for the name, or it is another user's, the mutex has the
+/// handle 0 and excludes nobody. Dropping it gives up what the calling thread holds, unless this
+/// process has the mutex open elsewhere. A forked child may use its parent's named mutex only as
+/// long as the parent does: the parent's last drop removes the name.
 class TALVO_API TMutex : public TImplements<TBasicNoCreateInterfacedObject, IMutex> {
  public:
   /// Code that a class implements and hands out by reference.

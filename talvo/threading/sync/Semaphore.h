@@ -5,7 +5,7 @@
 //   auto seats = TSemaphore::Make(/*initialCount*/ 4, /*maximumCount*/ 4);
 //   if (seats->Decrement(1000)) { ...; seats->Increment(1); }
 
-#include <talvo/platform/Sync.h>
+#include <talvo/platform/LocalSync.h>
 #include <talvo/threading/sync/SynchronizationObject.h>
 
 namespace Talvo {

@@ -2,15 +2,10 @@
 #pragma once
 // What all synchronisation objects have in common.
 
-#include <talvo/platform/Futex.h>
-#include <talvo/runtime/Function.h>
 #include <talvo/runtime/Object.h>
-#include <talvo/runtime/Text.h>
+#include <talvo/threading/sync/TimeLimit.h>
 
 namespace Talvo {
-
-/// A time-out that never passes. Time-outs are milliseconds on the steady clock.
-using Platform::NoTimeLimit;
 
 /// The root of what threads wait on.
 class IBasicSynchronizationObject : public virtual IInterface {

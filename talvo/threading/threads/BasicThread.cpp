@@ -106,12 +106,14 @@ int32_t TBasicThread::AddRef() {
 }
 
 int32_t TBasicThread::Release() {
-  const uint32_t left = __atomic_sub_fetch(&FRefCount, 1, __ATOMIC_ACQ_REL);
-  if (left == 0) {
-    __atomic_add_fetch(&FRefCount, EndingBias, __ATOMIC_RELAXED);
-    Free(this);
+  // The last one and the bias are one step: the thread may come between two, and end the object
+  // too.
+  uint32_t count = __atomic_load_n(&FRefCount, __ATOMIC_RELAXED);
+  while (!__atomic_compare_exchange_n(&FRefCount, &count, count == 1 ? EndingBias : count - 1,
+                                      /*weak*/ true, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED)) {
   }
-  return static_cast<int32_t>(left);
+  if (count == 1) Free(this);
+  return static_cast<int32_t>(count - 1);
 }
 
 uint32_t TBasicThread::GetCurrentThreadId() noexcept {

@@ -23,7 +23,8 @@ class IThread : public virtual IInterface {
   virtual uint32_t GetThreadID() const = 0;
   /// Blocks until the thread has ended; at once on the thread itself.
   virtual void WaitFor() = 0;
-  /// What was set last; the system may refuse more than tpNormal.
+  /// What was set last. To ordinary users the system refuses every raise. A value that is no
+  /// priority raises ERangeError.
   virtual TThreadPriority GetPriority() const = 0;
   virtual void SetPriority(TThreadPriority value) = 0;
 
@@ -37,6 +38,9 @@ class IThread : public virtual IInterface {
 ///
 /// Its last reference terminates it and waits for it. When that goes on the thread itself, nobody
 /// waits: the object ends at once, and the thread when the call that it is in has returned.
+///
+/// Descendants call the inherited AfterConstruction last: the thread starts there. A descendant
+/// whose construction may fail behind it waits for the thread in its destructor.
 class TALVO_API TBasicThread : public TImplements<TThread, IThread> {
  public:
   static constexpr bool CountsReferences = true;

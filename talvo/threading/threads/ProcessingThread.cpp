@@ -67,12 +67,17 @@ void TProcessingThread::AfterConstruction() {
   TImplements::AfterConstruction();
 }
 
-void TProcessingThread::IntExecute() {
+void TProcessingThread::Execute() {
   const TRef<Detail::TWorkQueue> queue = FQueue;
   struct TEnd {
     Detail::TWorkQueue& Queue;
     ~TEnd() { Queue.End(); }
   } end{*queue};
+  TBasicThread::Execute();
+}
+
+void TProcessingThread::IntExecute() {
+  const TRef<Detail::TWorkQueue> queue = FQueue;
   TBasicThread::IntExecute();
   queue->RunTerminated();
 }
@@ -130,8 +135,9 @@ void TProcessingThread::ProcessBlocking(TWorkItem item, bool isFirst) {
 
 void TProcessingThread::WaitForItem(const TRef<Detail::TBlockingItem>& item, bool isFirst) {
   const TRef<Detail::TWorkQueue> queue = FQueue;
+  const Detail::TWorkQueue::TWaiting waiting(*queue, *item);
   queue->Add(*this, TWorkItem(item), isFirst);
-  queue->WaitFor(*item);
+  waiting.Wait();
 }
 
 void TProcessingThread::AbortBlocking() {

@@ -23,6 +23,12 @@ TRepeatThread::TRepeatThread(const TComponent* owner, u16string_view name, TThre
       FProcThread(procThread.Proc()),
       FProcTerminate(std::move(procTerminate)) {}
 
+TRepeatThread::~TRepeatThread() {
+  // For a descendant that could not be made though the thread has started.
+  TBasicThread::Terminate();
+  WaitFor();
+}
+
 void TRepeatThread::Construct() {
   Assert(static_cast<bool>(FProcThread));
   TBasicThread::Construct();
@@ -54,6 +60,12 @@ TPeriodicThread::TPeriodicThread(const TComponent* owner, u16string_view name, i
       FProcThread(procThread.Proc()),
       FProcTerminate(std::move(procTerminate)),
       FPeriodMs(periodMs) {}
+
+TPeriodicThread::~TPeriodicThread() {
+  TBasicThread::Terminate();
+  FEvent->Signal();
+  WaitFor();
+}
 
 void TPeriodicThread::Construct() {
   Assert(static_cast<bool>(FProcThread));

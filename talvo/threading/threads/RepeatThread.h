@@ -49,9 +49,12 @@ class TALVO_API TRepeatThread : public TBasicThread {
   TRepeatThread(string name, TThreadProc procThread, TProc<> procTerminate);
   TRepeatThread(const TComponent* owner, u16string_view name, TThreadProc procThread,
                 TProc<> procTerminate);
+  ~TRepeatThread() override;
 
-  /// A thread that runs from here on. The thread in the procedure's argument is borrowed for the
-  /// call. An empty procedure is an assertion failure; an empty `procTerminate` is none.
+  /// A thread that runs from here on. An empty procedure is an assertion failure; an empty
+  /// `procTerminate` is none. Raises EThread when the system has no room for another thread.
+  /// The thread in the procedure's argument is borrowed for the call: a copy of it may turn out to
+  /// be the last reference, and when that goes so does the object, in mid-call.
   /// `Create...` answer the class, `Make...` the interface; `...Component` take the name from an
   /// owner, which may be null.
   static TRef<TRepeatThread> CreateObject(string name, TThreadProc procThread,
@@ -92,6 +95,7 @@ class TALVO_API TPeriodicThread : public TBasicThread {
   TPeriodicThread(string name, int32_t periodMs, TThreadProc procThread, TProc<> procTerminate);
   TPeriodicThread(const TComponent* owner, u16string_view name, int32_t periodMs,
                   TThreadProc procThread, TProc<> procTerminate);
+  ~TPeriodicThread() override;
 
   /// As those of TRepeatThread. A period of 0 is no pause; one below 0 ends the thread after the
   /// first call with an ERangeError.

@@ -53,7 +53,10 @@ class TWorkQueue::THold {
 };
 
 bool TWorkQueue::IsRunning() const {
-  return __atomic_load_n(&FStep, __ATOMIC_RELAXED) % 2 != 0;
+  return (__atomic_load_n(&FStep, __ATOMIC_RELAXED) |
+          __atomic_load_n(&FDrainStep, __ATOMIC_RELAXED)) %
+             2 !=
+         0;
 }
 
 void TWorkQueue::Enter(const TProcessingThread* thread) {
@@ -74,7 +77,7 @@ void TWorkQueue::Add(const TProcessingThread& thread, const TWorkItem& item, boo
     if (isFirst) {
       TakeBack();
       FItems.AddFirst(item.Object());
-      if (FCleared >= 0) ++FCleared;
+      if (FCleared >= 0) ++FCleared, ++FAddedFirst;
     } else {
       FItems.AddLast(TItem(item.Object()));
     }
@@ -107,16 +110,20 @@ bool TWorkQueue::AddInside(TItem& item) {
 void TWorkQueue::RemoveInside(const TWorkItem::TTarget* item) {
   TakeBack();
   const int32_t index = FItems.IndexOf(item);
-  if (index < 0) return;
-  const TItem removed = FItems.Remove(index);
-  if (FCleared >= index) --FCleared;
+  if (index >= 0) TakeAt(index);
 }
 
 bool TWorkQueue::PopInside(TItem& item) {
   TakeBack();
   if (FItems.Count() == 0) return false;
-  item = FItems.Remove(0);
+  item = TakeAt(0);
   return true;
+}
+
+TWorkQueue::TItem TWorkQueue::TakeAt(int32_t index) {
+  if (FCleared >= index) --FCleared;
+  if (FAddedFirst > index) --FAddedFirst;
+  return FItems.Remove(index);
 }
 
 /// Takes back all that is lent and not begun, and returns the step. Inside the section.
@@ -128,26 +135,29 @@ uint32_t TWorkQueue::TakeBack() noexcept {
 
 void TWorkQueue::Cancel(TProcessingThread& thread, const TWorkItem& item) {
   const THold hold(*this, &thread);
+  const TTarget* target = item.Object().Get();
   const uint32_t step = TakeBack() & StepMask;
-  if (step % 2 != 0 && FLent[step / 2] == item.Object().Get()) {
-    if (!thread.IsInThread()) WaitForStep(step);
-    return;
+  const uint32_t drainStep = __atomic_load_n(&FDrainStep, __ATOMIC_ACQUIRE) & StepMask;
+  const bool isRunning = step % 2 != 0 && FLent[step / 2] == target;
+  if (isRunning || (drainStep % 2 != 0 && FDrained == target)) {
+    if (thread.IsInThread()) return;
+    return isRunning ? WaitForStep(FStep, step) : WaitForStep(FDrainStep, drainStep);
   }
-  RemoveInside(item.Object().Get());
+  RemoveInside(target);
   item(TBorrowedRef<IProcessingThread>(thread).Get(), /*isRun*/ false);
 }
 
-/// Waits until `step` is over. The caller is inside, and the loan is closed.
-void TWorkQueue::WaitForStep(uint32_t step) {
+/// Waits until `step` of `at` is over. The caller is inside, and the loan is closed.
+void TWorkQueue::WaitForStep(uint32_t& at, uint32_t step) {
   const Platform::TDeadline never(Platform::NoTimeLimit);
   // The gate stands in for the section, which the item may need before it ends.
   __atomic_store_n(&FGate, 1, __ATOMIC_RELAXED);
   int depth = 0;
   while (FSection.Leave()) ++depth;
-  uint32_t seen = __atomic_or_fetch(&FStep, Awaited, __ATOMIC_ACQ_REL);
+  uint32_t seen = __atomic_or_fetch(&at, Awaited, __ATOMIC_ACQ_REL);
   while ((seen & StepMask) == step) {
-    Platform::FutexWait(&FStep, seen, never);
-    seen = __atomic_load_n(&FStep, __ATOMIC_ACQUIRE);
+    Platform::FutexWait(&at, seen, never);
+    seen = __atomic_load_n(&at, __ATOMIC_ACQUIRE);
   }
   while (depth-- > 0) FSection.Enter();
   __atomic_store_n(&FGate, 0, __ATOMIC_RELAXED);
@@ -161,26 +171,40 @@ void TWorkQueue::Clear(TProcessingThread& thread) {
   TakeBack();
   TItemRing cleared;
   struct TDone {
-    int32_t& Index;
-    ~TDone() { Index = -1; }
-  } done{FCleared};
+    TWorkQueue& Queue;
+    ~TDone() {
+      Queue.FCleared = -1;
+      Queue.FAddedFirst = 0;
+    }
+  } done{*this};
   const TBorrowedRef<IProcessingThread> borrowed(thread);
-  for (FCleared = 0; FCleared < FItems.Count(); ++FCleared) {
-    const TRef<TTarget> item(FItems.At(FCleared));
+  const auto tell = [&](int32_t index) {
+    const TRef<TTarget> item(FItems.At(index));
     item->Invoke(borrowed.Get(), /*isRun*/ false);
+  };
+  for (FCleared = 0; FCleared < FItems.Count(); ++FCleared) {
+    tell(FCleared);
+    while (FAddedFirst > 0) tell(--FAddedFirst);
   }
   FItems.Swap(cleared);
 }
 
-void TWorkQueue::WaitFor(TBlockingItem& item) {
-  {
-    const TBlockingHold hold(FBlockingSection);
-    if (FHasEnded) return;
-    AddLast(FBlocking, &item);
-  }
-  item.Wait();
-  const TBlockingHold hold(FBlockingSection);
-  FBlocking.RemoveOne([&](const TBlockingItem* blocking) { return blocking == &item; });
+TWorkQueue::TWaiting::TWaiting(TWorkQueue& queue, TBlockingItem& item)
+    : FQueue(queue), FItem(item) {
+  const TBlockingHold hold(FQueue.FBlockingSection);
+  if (FQueue.FHasEnded) return;
+  AddLast(FQueue.FBlocking, &FItem);
+  FIsListed = true;
+}
+
+TWorkQueue::TWaiting::~TWaiting() {
+  if (!FIsListed) return;
+  const TBlockingHold hold(FQueue.FBlockingSection);
+  FQueue.FBlocking.RemoveOne([&](const TBlockingItem* blocking) { return blocking == &FItem; });
+}
+
+void TWorkQueue::TWaiting::Wait() const {
+  if (FIsListed) FItem.Wait();
 }
 
 void TWorkQueue::ReleaseWaiting() {
@@ -228,9 +252,10 @@ bool TWorkQueue::BeginNext(TProcessingThread& thread) {
   return true;
 }
 
-void TWorkQueue::Finish() noexcept {
-  if (__atomic_fetch_add(&FStep, 1, __ATOMIC_ACQ_REL) & Awaited) {
-    Platform::FutexWake(&FStep, INT_MAX);
+/// The step that runs is over.
+void TWorkQueue::Finish(uint32_t& step) noexcept {
+  if (__atomic_fetch_add(&step, 1, __ATOMIC_ACQ_REL) & Awaited) {
+    Platform::FutexWake(&step, INT_MAX);
   }
 }
 
@@ -262,7 +287,7 @@ void TWorkQueue::Turn(TProcessingThread& thread) {
       // What it carries ends outside the section, when it is not the running item any more.
       const TWorkItem item(TRef<TTarget>::Adopt(FLent[step / 2]));
       Run(thread, item);
-      Finish();
+      Finish(FStep);
     }
     // The item, or what it carried, may have ended the object.
     if (!TThread::CurrentThread()) return;
@@ -274,9 +299,13 @@ void TWorkQueue::Drain(TProcessingThread& thread) {
   for (TRef<TTarget> item;; item = nullptr) {
     {
       const THold hold(*this, &thread);
-      if (!PopInside(item)) return;
+      // A Clear under way tells all that is there.
+      if (FCleared >= 0 || !PopInside(item)) return;
+      FDrained = item.Get();
+      __atomic_store_n(&FDrainStep, (FDrainStep & StepMask) + 1, __ATOMIC_RELEASE);
     }
     Run(thread, TWorkItem(item));
+    Finish(FDrainStep);
   }
 }
 

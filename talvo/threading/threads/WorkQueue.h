@@ -56,13 +56,13 @@ class TWorkQueue final : public TInterfacedObject {
   /// Takes the first item out; false when there is none.
   bool PopInside(TItem& item);
 
-  /// Waits until `item` has run, or its caller is released.
-  void WaitFor(TBlockingItem& item);
+  /// Releases those who wait, all at once.
   void ReleaseWaiting();
+  class TWaiting;
 
   /// On the thread: waits to be woken, runs what is queued, and tells that the queue is empty.
   void Turn(TProcessingThread& thread);
-  /// On the thread: runs what is queued and what is added meanwhile.
+  /// On the thread, once: runs what is queued and what is added meanwhile.
   void Drain(TProcessingThread& thread);
   /// On the thread: runs the procedures for the end, inside the section.
   void RunTerminated();
@@ -78,9 +78,10 @@ class TWorkQueue final : public TInterfacedObject {
   int32_t CountInside() const;
   bool BeginLent() noexcept;
   bool BeginNext(TProcessingThread& thread);
-  void Finish() noexcept;
+  static void Finish(uint32_t& step) noexcept;
   uint32_t TakeBack() noexcept;
-  void WaitForStep(uint32_t step);
+  TItem TakeAt(int32_t index);
+  void WaitForStep(uint32_t& at, uint32_t step);
   void Run(TProcessingThread& thread, const TWorkItem& item) noexcept;
 
   static constexpr size_t CacheLine = 64;
@@ -92,8 +93,10 @@ class TWorkQueue final : public TInterfacedObject {
   // keep out. Set inside the section.
   uint32_t FGate = 0;     // atomic
   bool FIsAwake = false;  // the thread will look before it waits
-  int32_t FCleared = -1;  // the index of the item that Clear is telling
-  TItemRing FItems;       // those lent come first
+  // The index of the item that Clear is telling, and how many it has not told were added in front.
+  int32_t FCleared = -1;
+  int32_t FAddedFirst = 0;
+  TItemRing FItems;  // those lent come first
   TLinkedNodes<TProc<>> FTerminatedProcs;
 
   // What the thread touches. The step is twice the number of the items lent that have ended, and
@@ -106,6 +109,9 @@ class TWorkQueue final : public TInterfacedObject {
   // Changed by the thread inside the section. Who begins an item owns it.
   uint32_t FCountLent = 0;
   TTarget* FLent[MostLent];
+  // The same for the items that Drain runs, one by one.
+  uint32_t FDrainStep = 0;      // atomic
+  TTarget* FDrained = nullptr;  // guarded by FSection
   TWorkSource* const FSource;
   const TProcWithProcessingThread FOnEmpty;
 
@@ -113,6 +119,21 @@ class TWorkQueue final : public TInterfacedObject {
   Platform::TCriticalSection FBlockingSection;
   TLinkedNodes<TBlockingItem*> FBlocking;  // guarded by FBlockingSection
   bool FHasEnded = false;                  // guarded by FBlockingSection
+};
+
+/// A blocking caller, from before its item is queued until it goes on.
+class TWorkQueue::TWaiting {
+ public:
+  TWaiting(TWorkQueue& queue, TBlockingItem& item);
+  TWaiting(const TWaiting&) = delete;
+  ~TWaiting();
+  /// Until the item has run, or the caller is released.
+  void Wait() const;
+
+ private:
+  TWorkQueue& FQueue;
+  TBlockingItem& FItem;
+  bool FIsListed = false;
 };
 
 /// A blocking caller's item: a work item, or a procedure, which hears nothing when it is told

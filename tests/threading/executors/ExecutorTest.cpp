@@ -1,138 +1,125 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/threading/executors/ThreadPoolExecutor.h>
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <memory>
-#include <tests/TestTypes.h>
-#include <thread>
-#include <vector>
-#include <talvo/platform/MessageQueue.h>
+#include <algorithm>
+#include <tests/threading/Fixtures.h>
 #include <talvo/runtime/ClassDefaults.h>
-#include <talvo/runtime/Exceptions.h>
-#include <talvo/threading/Talvo.Threading.Utils.h>
 #include <talvo/threading/executors/DirectExecutor.h>
 #include <talvo/threading/executors/ExecutionTask.h>
 #include <talvo/threading/executors/StopToken.h>
-#include <talvo/threading/sync/Event.h>
-#include <talvo/threading/threads/SwallowedExceptions.h>
+#include <talvo/threading/sync/SynchronizationObject.h>
+#include <talvo/threading/threads/ProcessingThread.h>
 
 namespace Talvo {
 namespace {
 
+using namespace Testing;
 using TSelfProc = TConstProc<TRef<IExecution>>;
+using IExecutionExt = TThreadPoolExecutor::IExecutionExt;
 
-/// Code that says that it runs, and stays until it may go on.
-class TGate {
- public:
-  void Pass() const {
-    FThread->store(TBasicThread::GetCurrentThreadId());
-    FEntered->Signal();
-    FOpen->WaitFor(NoTimeLimit);
-  }
-  void WaitUntilEntered() const { FEntered->WaitFor(NoTimeLimit); }
-  bool IsEntered() const { return FEntered->WaitFor(0); }
-  void Open() const { FOpen->Signal(); }
-  uint32_t Thread() const { return *FThread; }
-  TProc<> Code() const {
-    return [gate = *this] { gate.Pass(); };
-  }
-
- private:
-  TRef<IEvent> FEntered = TEvent::Make(ermManual, false);
-  TRef<IEvent> FOpen = TEvent::Make(ermManual, false);
-  std::shared_ptr<std::atomic<uint32_t>> FThread = std::make_shared<std::atomic<uint32_t>>(0);
-};
-
-/// Counts what is swallowed as long as it stands.
-class TSwallowed {
- public:
-  TSwallowed() {
-    SetSwallowedExceptionHook([count = FCount](const std::exception_ptr&) { ++*count; });
-  }
-  ~TSwallowed() { SetSwallowedExceptionHook(nullptr); }
-  int Count() const { return *FCount; }
-
- private:
-  std::shared_ptr<std::atomic<int>> FCount = std::make_shared<std::atomic<int>>(0);
-};
+/// Waits for it, however long it takes.
+bool Comes(const TRef<IExecution>& job) {
+  return job->WaitFor(NoTimeLimit);
+}
 
 // --- What all executors have in common ----------------------------------------------------------
 
 class ExecutorTest : public ::testing::TestWithParam<const char*> {
  protected:
-  TRef<IExecutor> MakeExecutor() {
+  static TRef<IExecutor> MakeExecutor() {
     const std::string kind = GetParam();
     if (kind == "Direct") return TDirectExecutor::Make();
     if (kind == "Thread") return TThreadExecutor::Make();
     return TThreadPoolExecutor::Make(2);
   }
+  const TRef<IExecutor> FExecutor = MakeExecutor();
+  const bool FIsDirect = std::string(GetParam()) == "Direct";
 };
 INSTANTIATE_TEST_SUITE_P(All, ExecutorTest, ::testing::Values("Direct", "Thread", "Pool"),
                          [](const auto& info) { return std::string(info.param); });
 
 TEST_P(ExecutorTest, RunsCodeOfBothKinds) {
-  const TRef<IExecutor> executor = MakeExecutor();
   std::atomic<int> ran = 0;
+  uint32_t thread = 0;
   TRef<IExecution> seen;
-  const auto plain = executor->Execute([&] { ++ran; });
-  EXPECT_TRUE(plain->WaitFor(NoTimeLimit));
-  const auto self = executor->Execute([&](const TRef<IExecution>& execution) {
+  const auto plain = FExecutor->Execute([&] { thread = TBasicThread::GetCurrentThreadId(); });
+  EXPECT_TRUE(Comes(plain));
+  EXPECT_EQ(thread == TBasicThread::GetCurrentThreadId(), FIsDirect);
+  const auto self = FExecutor->Execute([&](const TRef<IExecution>& execution) {
     seen = execution;
     ++ran;
   });
-  EXPECT_TRUE(self->WaitFor(NoTimeLimit));
-  EXPECT_EQ(ran, 2);
-  EXPECT_TRUE(seen == self);
-  EXPECT_TRUE(self->WaitFor(0)) << "once and for all";
-  EXPECT_FALSE(plain->IsTerminated());
-  EXPECT_THROW(executor->Execute(TProc<>()), EAssertionFailed);
-  EXPECT_THROW(executor->Execute(TSelfProc()), EAssertionFailed);
+  EXPECT_TRUE(Comes(self) && self->WaitFor(0)) << "once and for all";
+  EXPECT_EQ(ran, 1);
+  EXPECT_TRUE(seen == self && !self->IsTerminated());
+  // Nobody has to keep the result.
+  FExecutor->Execute([&] { ++ran; });
+  FExecutor->Execute([&](const TRef<IExecution>&) { ++ran; });
+  WaitUntil([&] { return ran == 3; });
+  EXPECT_THROW(FExecutor->Execute(TProc<>()), EAssertionFailed);
+  EXPECT_THROW(FExecutor->Execute(TSelfProc()), EAssertionFailed);
 }
 
-TEST_P(ExecutorTest, AResultMayBeDropped) {
-  const TRef<IExecutor> executor = MakeExecutor();
-  const TRef<IEvent> done = TEvent::Make();
-  executor->Execute([done] { done->Signal(); });
-  EXPECT_TRUE(done->WaitFor(NoTimeLimit));
-  executor->Execute([done](const TRef<IExecution>&) { done->Signal(); });
-  EXPECT_TRUE(done->WaitFor(NoTimeLimit));
+TEST_P(ExecutorTest, CodeMayRaiseAndTerminateItself) {
+  const auto fail = [] { throw ERangeError(u""); };
+  const auto failWithSelf = [](const TRef<IExecution>&) { throw ERangeError(u""); };
+  if (FIsDirect) {
+    EXPECT_THROW(FExecutor->Execute(fail), ERangeError);
+    EXPECT_THROW(FExecutor->Execute(failWithSelf), ERangeError);
+  } else {
+    for (const auto& failed : {FExecutor->Execute(fail), FExecutor->Execute(failWithSelf)}) {
+      EXPECT_TRUE(Comes(failed)) << "it has ended too";
+      EXPECT_FALSE(failed->IsTerminated());
+    }
+  }
+  const auto itself = FExecutor->Execute([&](const TRef<IExecution>& execution) {
+    execution->Terminate();
+    EXPECT_EQ(execution->WaitFor(0), FIsDirect) << "it only learns of it";
+  });
+  EXPECT_TRUE(Comes(itself));
+  EXPECT_EQ(itself->IsTerminated(), !FIsDirect) << "what runs at once cannot be called off";
+}
+
+TEST_P(ExecutorTest, TerminateReachesAndWaitsForWhatRuns) {
+  if (FIsDirect) return;
+  TGate gate;
+  bool hasPassed = false;
+  const auto running = FExecutor->Execute([&](const TRef<IExecution>& execution) {
+    gate();
+    FExecutor->Execute([] {});
+    WaitUntil([&] { return execution->IsTerminated(); });
+    hasPassed = true;
+  });
+  gate.WaitUntilEntered();
+  EXPECT_FALSE(running->WaitFor(0));
+  TStuck terminator([&] {
+    running->Terminate();
+    EXPECT_TRUE(hasPassed);
+  });
+  FExecutor->Execute([] {});  // who waits keeps nobody out
+  gate.Open();
+  terminator.Wait();
+  EXPECT_TRUE(running->IsTerminated() && running->WaitFor(0));
+  running->Terminate();
 }
 
 TEST_P(ExecutorTest, StopTokensCallOff) {
-  const TRef<IExecutor> executor = MakeExecutor();
   std::stop_source stop;
   int ran = 0;
-  const auto before = ExecuteUntil(executor, stop.get_token(), [&] { ++ran; });
-  before->WaitFor(NoTimeLimit);
+  const auto count = [&] { ++ran; };
+  const auto before = ExecuteUntil(FExecutor, stop.get_token(), count);
+  Comes(before);
   EXPECT_FALSE(before->IsTerminated());
   const auto during =
-      ExecuteUntil(executor, stop.get_token(), [&](const TRef<IExecution>& execution) {
+      ExecuteUntil(FExecutor, stop.get_token(), [&](const TRef<IExecution>& execution) {
         ++ran;
         stop.request_stop();
-        while (!execution->IsTerminated()) std::this_thread::yield();
+        WaitUntil([&] { return execution->IsTerminated(); });
       });
-  during->WaitFor(NoTimeLimit);
+  Comes(during);
   EXPECT_TRUE(during->IsTerminated());
-  const auto after = ExecuteUntil(executor, stop.get_token(), [&] { ++ran; });
-  after->WaitFor(NoTimeLimit);
+  Comes(ExecuteUntil(FExecutor, stop.get_token(), count));
   EXPECT_EQ(ran, 2);
-}
-
-// --- Direct, thread -----------------------------------------------------------------------------
-
-TEST(DirectExecutorTest, RunsOnTheCallersThread) {
-  const auto executor = TDirectExecutor::Make();
-  uint32_t thread = 0;
-  const auto execution = executor->Execute([&] { thread = TBasicThread::GetCurrentThreadId(); });
-  EXPECT_EQ(thread, TBasicThread::GetCurrentThreadId());
-  execution->Terminate();
-  EXPECT_FALSE(execution->IsTerminated());
-  EXPECT_TRUE(execution->WaitFor(0));
-  EXPECT_THROW(executor->Execute([] { throw ERangeError(u""); }), ERangeError);
-  EXPECT_THROW(executor->Execute([](const TRef<IExecution>&) { throw ERangeError(u""); }),
-               ERangeError);
 }
 
 TEST(ThreadExecutorTest, EachExecutionHasANamedThread) {
@@ -141,245 +128,165 @@ TEST(ThreadExecutorTest, EachExecutionHasANamedThread) {
   const auto executor = TThreadExecutor::MakeComponent(owner.Get());
   executor->SetPriority(tpLowest);
   EXPECT_THROW(executor->SetPriority(static_cast<TThreadPriority>(7)), ERangeError);
-  TGate first, second;
-  string names[2];
-  const auto a = executor->Execute([&] {
-    names[0] = GetCurrentThreadName();
-    first.Pass();
-  });
-  const auto b = TThreadExecutor::Make()->Execute([&] {
-    names[1] = GetCurrentThreadName();
-    second.Pass();
-  });
-  first.WaitUntilEntered();
-  second.WaitUntilEntered();
-  EXPECT_NE(first.Thread(), second.Thread());
-  EXPECT_FALSE(a->WaitFor(0));
-  first.Open();
-  second.Open();
-  EXPECT_TRUE(a->WaitFor(NoTimeLimit) && b->WaitFor(NoTimeLimit));
-  EXPECT_EQ(ToUtf8(names[0]), "plant.ThreadExecutor");
-  EXPECT_EQ(ToUtf8(names[1]), "ThreadExecutor");
-}
-
-TEST(ThreadExecutorTest, CodeThatRaisesAndCodeThatIsCalledOffEnd) {
-  const auto executor = TThreadExecutor::Make();
-  const auto failed = executor->Execute([] { throw ERangeError(u""); });
-  EXPECT_TRUE(failed->WaitFor(NoTimeLimit));
-  EXPECT_FALSE(failed->IsTerminated());
-
-  const auto patient = executor->Execute([](const TRef<IExecution>& execution) {
-    while (!execution->IsTerminated()) std::this_thread::yield();
-  });
-  patient->Terminate();
-  EXPECT_TRUE(patient->WaitFor(NoTimeLimit));
-  const auto suicide =
-      executor->Execute([](const TRef<IExecution>& execution) { execution->Terminate(); });
-  EXPECT_TRUE(suicide->WaitFor(NoTimeLimit));
-  EXPECT_TRUE(suicide->IsTerminated());
+  const TGate gate;
+  const auto first = executor->Execute(gate);
+  gate.WaitUntilEntered();
+  EXPECT_TRUE(Comes(executor->Execute([] {
+    EXPECT_EQ(GetCurrentThreadName(), u"plant.ThreadExecutor");
+    EXPECT_EQ(TThread::CurrentThread()->GetPriority(), tpLowest);
+  }))) << "while the first one runs";
+  gate.Open();
+  EXPECT_TRUE(Comes(first));
+  EXPECT_TRUE(Comes(TThreadExecutor::Make()->Execute(
+      [] { EXPECT_EQ(GetCurrentThreadName(), u"ThreadExecutor"); })));
 }
 
 // --- The pool -----------------------------------------------------------------------------------
 
-TEST(ThreadPoolTest, WorkGoesToTheFirstThreadThatTakesMore) {
-  const auto pool = TThreadPoolExecutor::Make(2);
-  TGate gates[6];
-  TRef<IExecution> jobs[6];
-  const auto start = [&](int i) { jobs[i] = pool->Execute(gates[i].Code()); };
-  start(0);
-  gates[0].WaitUntilEntered();
-  start(1);  // waits behind the first, which does not count as waiting
-  start(2);  // the first thread has one waiting: a second thread is made
-  gates[2].WaitUntilEntered();
-  start(3);  // waits at the second
-  start(4);  // waits in the pool
-  start(5);
-  EXPECT_FALSE(gates[1].IsEntered() || gates[3].IsEntered() || gates[4].IsEntered());
-  EXPECT_NE(gates[0].Thread(), gates[2].Thread());
-  jobs[4]->Terminate();
-  EXPECT_TRUE(jobs[4]->WaitFor(0) && jobs[4]->IsTerminated());
-  gates[0].Open();
-  gates[1].WaitUntilEntered();
-  EXPECT_EQ(gates[1].Thread(), gates[0].Thread());
-  gates[1].Open();
-  gates[5].WaitUntilEntered();  // the first thread has run dry
-  EXPECT_EQ(gates[5].Thread(), gates[0].Thread());
-  gates[2].Open();
-  gates[3].WaitUntilEntered();
-  EXPECT_EQ(gates[3].Thread(), gates[2].Thread());
-  for (const TGate& gate : gates) gate.Open();
-  for (const auto& job : jobs) EXPECT_TRUE(job->WaitFor(NoTimeLimit));
-  EXPECT_FALSE(gates[4].IsEntered());
-}
+/// Code that must not run.
+const TProc<> Never = [] { ADD_FAILURE(); };
 
-TEST(ThreadPoolTest, TheGroupSizeSaysHowMuchMayWaitAtAThread) {
-  const auto pool = TThreadPoolExecutor::Make(2);
-  pool->SetGroupSize(2).SetCount(2);
-  TGate first;
-  pool->Execute(first.Code());
-  first.WaitUntilEntered();
-  std::atomic<int> ran = 0;
-  std::vector<TRef<IExecution>> behind;
-  for (int i = 0; i < 3; ++i) behind.push_back(pool->Execute([&] { ++ran; }));
-  TGate other;
-  pool->Execute(other.Code());  // three wait at the first thread, which is above two
-  other.WaitUntilEntered();
-  EXPECT_EQ(ran, 0);
-  EXPECT_NE(other.Thread(), first.Thread());
-  first.Open();
-  for (const auto& job : behind) job->WaitFor(NoTimeLimit);
-  EXPECT_EQ(ran, 3);
-  pool->SetGroupSize(4294967295u);
-  EXPECT_TRUE(pool->Execute([] {})->WaitFor(NoTimeLimit));
-  other.Open();
-}
-
-TEST(ThreadPoolTest, CountsAndPriorities) {
-  const auto pool = TThreadPoolExecutor::Make();
-  const auto waiting = pool->Execute([] {});
-  EXPECT_FALSE(waiting->WaitFor(10)) << "no thread is made without a limit";
-  pool->SetCount(0);  // is 1
-  EXPECT_FALSE(waiting->WaitFor(10)) << "what is queued is not looked at again";
-  EXPECT_TRUE(pool->Execute([] {})->WaitFor(NoTimeLimit));
-  EXPECT_TRUE(waiting->WaitFor(0)) << "came first";
-  EXPECT_THROW(pool->SetCount(2147483648u), ERangeError);
-  EXPECT_THROW(pool->SetPriority(static_cast<TThreadPriority>(7)), ERangeError);
-  pool->SetPriority(tpLower);
-  TThreadPriority seen = tpIdle;
-  pool->Execute([&] { seen = static_cast<TBasicThread*>(TThread::CurrentThread())->GetPriority(); })
-      ->WaitFor(NoTimeLimit);
-  EXPECT_EQ(seen, tpLower);
-  const auto none = TThreadPoolExecutor::Make(-5);
-  EXPECT_FALSE(none->Execute([] {})->WaitFor(10)) << "a count is kept as it is given";
-}
-
-TEST(ThreadPoolTest, SurplusThreadsEndAsTheyRunDry) {
-  std::atomic<int> ended = 0;
-  const TProc<> link = RegisterThreadEndNotify([&] { ++ended; });
-  const auto pool = TThreadPoolExecutor::Make(3);
-  TGate gates[3];
-  TRef<IExecution> jobs[3];
-  for (int i = 0; i < 3; ++i) {
-    jobs[i] = pool->Execute(gates[i].Code());
-    gates[i].WaitUntilEntered();
-    if (i == 2) break;
-    pool->Execute([] {});  // fills up the thread's queue, so that the next one is made
+class ThreadPoolTest : public ::testing::Test {
+ protected:
+  TRef<IExecution> Occupy(const TGate& gate) {
+    auto job = FPool->Execute(gate);
+    gate.WaitUntilEntered();
+    return job;
   }
-  pool->SetCount(1);
-  EXPECT_EQ(ended, 0);
-  gates[2].Open();
-  while (ended < 1) std::this_thread::yield();
-  gates[0].Open();  // though the execution that it ran is still held
-  while (ended < 2) std::this_thread::yield();
-  gates[1].Open();
-  uint32_t last = 0;
-  pool->Execute([&] { last = TBasicThread::GetCurrentThreadId(); })->WaitFor(NoTimeLimit);
-  EXPECT_EQ(last, gates[1].Thread());
-  EXPECT_EQ(ended, 2);
-  UnRegisterThreadEndNotify(link);
+  void Remove(const TRef<IExecution>& job) {
+    ObjectAs<TThreadPoolExecutor>(FPool)->RemoveTask(Supports<IExecutionExt>(job));
+  }
+  static void ExpectNotToBeGiven(const TRef<IExecution>& job) {
+    const auto task = Supports<IExecutionExt>(job);
+    EXPECT_THROW(task->SetThread(TProcessingThread::Make()), EAssertionFailed);
+  }
+
+  TRef<IThreadPoolExecutor> FPool = TThreadPoolExecutor::Make(1);
+  TGate FGate;
+};
+
+TEST_F(ThreadPoolTest, WorkGoesToTheFirstThreadThatTakesMore) {
+  for (const uint32_t groupSize : {0u, 2u}) {
+    SCOPED_TRACE(groupSize);
+    FPool->SetGroupSize(groupSize).SetCount(2);
+    // A thread runs one, and takes others as long as no more than the group size wait.
+    const size_t each = 1 + groupSize + 1;
+    std::vector<TGate> gates(2 * each + 2);
+    std::vector<TRef<IExecution>> jobs;
+    for (size_t i = 0; i < gates.size(); ++i) {
+      jobs.push_back(FPool->Execute(gates[i]));
+      // The first one, and the one that is too much for the first thread.
+      if (i == 0 || i == each) gates[i].WaitUntilEntered();
+    }
+    const auto hasEntered = [](const TGate& gate) { return gate.Thread() != 0; };
+    EXPECT_EQ(std::ranges::count_if(gates, hasEntered), 2);
+    EXPECT_NE(gates[0].Thread(), gates[each].Thread());
+    // Of the last two, which wait in the pool, one is called off.
+    const TRef<IExecution> calledOff = jobs[2 * each];
+    calledOff->Terminate();
+    EXPECT_TRUE(calledOff->WaitFor(0) && calledOff->IsTerminated());
+    for (size_t i = 0; i < each; ++i) {
+      gates[i].Open();
+      const TGate& next = i + 1 < each ? gates[i + 1] : gates.back();
+      next.WaitUntilEntered();
+      EXPECT_EQ(next.Thread(), gates[0].Thread());
+    }
+    for (const TGate& gate : gates) gate.Open();
+    EXPECT_TRUE(std::ranges::all_of(jobs, Comes));
+    EXPECT_EQ(gates[each + 1].Thread(), gates[each].Thread());
+    EXPECT_FALSE(hasEntered(gates[2 * each]));
+  }
 }
 
-TEST(ThreadPoolTest, TerminateInEveryState) {
-  const TSwallowed swallowed;
-  const auto pool = TThreadPoolExecutor::Make(1);
-  auto held = std::make_shared<int>();
-  TGate gate;
-  std::atomic<bool> hasPassed = false;
-  const auto running = pool->Execute([&](const TRef<IExecution>& execution) {
-    gate.Pass();
-    pool->Execute([] {});
-    while (!execution->IsTerminated()) std::this_thread::yield();
-    hasPassed = true;
-  });
-  gate.WaitUntilEntered();
-  const auto atThread = pool->Execute([held] { ADD_FAILURE(); });
-  const auto inPool = pool->Execute([held] { ADD_FAILURE(); });
+TEST_F(ThreadPoolTest, CountsAndPriorities) {
+  FPool = TThreadPoolExecutor::Make();
+  const auto waiting = FPool->Execute([] {});
+  EXPECT_FALSE(waiting->WaitFor(10)) << "no thread is made without a limit";
+  FPool->SetCount(0);  // is 1
+  EXPECT_FALSE(waiting->WaitFor(10)) << "what is queued is not looked at again";
+  FPool->SetPriority(tpLower);
+  Comes(FPool->Execute([] { EXPECT_EQ(TThread::CurrentThread()->GetPriority(), tpLower); }));
+  EXPECT_TRUE(waiting->WaitFor(0)) << "came first";
+  EXPECT_THROW(FPool->SetCount(2147483648u), ERangeError);
+  EXPECT_THROW(FPool->SetPriority(static_cast<TThreadPriority>(7)), ERangeError);
+  FPool = TThreadPoolExecutor::Make(-5);
+  EXPECT_FALSE(FPool->Execute([] {})->WaitFor(10)) << "a count is kept as it is given";
+}
+
+TEST_F(ThreadPoolTest, SurplusThreadsEndAsTheyRunDry) {
+  const TNotices notices;
+  FPool->SetCount(3);
+  TGate gates[3];
+  const auto first = Occupy(gates[0]);
+  for (int i : {1, 2}) {
+    FPool->Execute([] {});  // fills up the thread's queue, so that the next one is made
+    Occupy(gates[i]);
+  }
+  FPool->SetCount(1);
+  EXPECT_EQ(notices.Ends, 0);
+  gates[2].Open();
+  notices.WaitForEnds(1);
+  gates[0].Open();  // though the execution that it ran is still held
+  notices.WaitForEnds(2);
+  gates[1].Open();
+  FGate.Open();
+  Comes(FPool->Execute(FGate));
+  EXPECT_EQ(FGate.Thread(), gates[1].Thread());
+  EXPECT_EQ(notices.Ends, 2);
+}
+
+TEST_F(ThreadPoolTest, LaterWorkStaysBehindWhatWaitsInThePool) {
+  std::string order;
+  Occupy(FGate);
+  for (const char letter : {'a', 'b', 'c'}) {
+    FPool->Execute([&order, letter] { order += letter; });
+  }
+  FPool->SetGroupSize(9);  // now the thread would take more
+  const auto last = FPool->Execute([&order] { order += 'd'; });
+  FGate.Open();
+  EXPECT_TRUE(Comes(last));
+  EXPECT_EQ(order, "abcd");
+}
+
+TEST_F(ThreadPoolTest, WhatWaitsIsWithdrawn) {
+  const auto held = std::make_shared<int>();
+  Occupy(FGate);
+  const auto atThread = FPool->Execute([held] { ADD_FAILURE(); });
+  const auto inPool = FPool->Execute([held] { ADD_FAILURE(); });
   for (const auto& job : {atThread, inPool, atThread, inPool}) {
     job->Terminate();
     EXPECT_TRUE(job->IsTerminated() && job->WaitFor(0));
   }
   EXPECT_EQ(held.use_count(), 1) << "what the code held is let go";
-  std::thread terminator([&] {
-    running->Terminate();
-    EXPECT_TRUE(hasPassed) << "what runs is waited for";
-  });
-  // Meanwhile the pool is open to all.
-  for (int i = 0; i < 1000; ++i) pool->Execute([] {});
-  EXPECT_FALSE(running->WaitFor(0));
-  gate.Open();
-  terminator.join();
-  EXPECT_TRUE(running->IsTerminated() && running->WaitFor(0));
-  running->Terminate();
-
-  // By its own code it only learns of it.
-  const auto self = pool->Execute([](const TRef<IExecution>& execution) {
-    execution->Terminate();
-    EXPECT_FALSE(execution->WaitFor(0));
-  });
-  EXPECT_TRUE(self->WaitFor(NoTimeLimit) && self->IsTerminated());
-  // By other code on the same thread it is withdrawn.
-  TGate second;
+  // By code on the same thread, too.
+  FPool->SetGroupSize(1);
   TRef<IExecution> behind;
-  const auto front = pool->Execute([&] {
-    second.Pass();
-    behind->Terminate();
-  });
-  second.WaitUntilEntered();
-  behind = pool->Execute([] { ADD_FAILURE(); });
-  second.Open();
-  EXPECT_TRUE(front->WaitFor(NoTimeLimit) && behind->WaitFor(NoTimeLimit));
-
-  const auto failed = pool->Execute([] { throw ERangeError(u""); });
-  pool->Execute([] {})->WaitFor(NoTimeLimit);
-  EXPECT_EQ(swallowed.Count(), 1);
-  EXPECT_TRUE(failed->WaitFor(0)) << "code that raises has ended too";
-  const auto given = Supports<TThreadPoolExecutor::IExecutionExt>(failed);
-  EXPECT_THROW(given->SetThread(TProcessingThread::Make()), EAssertionFailed);
+  const auto front = FPool->Execute([&] { behind->Terminate(); });
+  behind = FPool->Execute(Never);
+  FGate.Open();
+  EXPECT_TRUE(Comes(front) && Comes(behind));
+  ExpectNotToBeGiven(front);
 }
 
-TEST(ThreadPoolTest, ATaskCanBeTakenOutAndGivenToAThread) {
-  const auto pool = TThreadPoolExecutor::CreateObject();  // has no threads
-  const auto job = pool->Execute([] {});
-  const auto task = Supports<TThreadPoolExecutor::IExecutionExt>(job);
-  EXPECT_THROW(task->SetThread(nullptr), EAssertionFailed);
+TEST_F(ThreadPoolTest, ATaskCanBeTakenOutAndGivenToAThread) {
+  FPool = TThreadPoolExecutor::Make();  // has no threads
   const auto worker = TProcessingThread::Make();
+  const auto given = FPool->Execute([] {}), removed = FPool->Execute(Never);
+  const auto task = Supports<IExecutionExt>(given);
+  EXPECT_THROW(task->SetThread(nullptr), EAssertionFailed);
   task->SetThread(worker);
-  EXPECT_TRUE(job->WaitFor(NoTimeLimit));
-  const auto other = pool->Execute([] { ADD_FAILURE(); });
-  pool->RemoveTask(Supports<TThreadPoolExecutor::IExecutionExt>(other));
-  pool->SetCount(1);
-  pool->ProcessQueue();
-  EXPECT_TRUE(pool->Execute([] {})->WaitFor(NoTimeLimit));
-  EXPECT_FALSE(other->WaitFor(0));
-  other->Terminate();
-  EXPECT_TRUE(other->WaitFor(0));
+  EXPECT_TRUE(Comes(given));
+  Remove(removed);
+  const auto waiting = FPool->Execute([] {});
+  FPool->SetCount(1);
+  ObjectAs<TThreadPoolExecutor>(FPool)->ProcessQueue();
+  EXPECT_TRUE(Comes(waiting));
+  EXPECT_FALSE(removed->WaitFor(0));
+  removed->Terminate();
+  EXPECT_TRUE(removed->WaitFor(0));
 }
 
-TEST(ThreadPoolTest, CodeMayUseTheQueueOfItsThread) {
-  const auto pool = TThreadPoolExecutor::Make(1);
-  pool->SetGroupSize(8);
-  std::string order;
-  TGate gate;
-  const auto front = pool->Execute([&] {
-    gate.Pass();
-    const auto worker = Supports<IProcessingThread>(TThread::CurrentThread());
-    EXPECT_EQ(worker->CountWaiting(), 2);
-    worker->Process([&] { order += "last"; });
-    worker->Process([&] { order += "first "; }, /*isFirst*/ true);
-    worker->Cancel(worker->Process(
-        TWorkItem([](const TRef<IProcessingThread>&, bool isRun) { EXPECT_FALSE(isRun); })));
-    EXPECT_EQ(worker->CountWaiting(), 4);
-  });
-  gate.WaitUntilEntered();
-  for (int i = 0; i < 2; ++i) pool->Execute([&] { order += "task "; });
-  gate.Open();
-  front->WaitFor(NoTimeLimit);
-  pool->Execute([] {})->WaitFor(NoTimeLimit);
-  EXPECT_EQ(order, "first task task last");
-}
-
-TEST(ThreadPoolTest, WhatCodeHoldsMayComeBackWhenItEnds) {
-  const auto pool = TThreadPoolExecutor::Make(1);
+TEST_F(ThreadPoolTest, WhatCodeHoldsMayComeBackWhenItEnds) {
   struct THeld {
     TRef<IExecution>& Job;
     TRef<IThreadPoolExecutor> Pool;
@@ -390,80 +297,57 @@ TEST(ThreadPoolTest, WhatCodeHoldsMayComeBackWhenItEnds) {
     }
   };
   std::atomic<int> ended = 0;
-  TGate gate;
-  TRef<IExecution> ran, called;
-  pool->Execute(gate.Code());
-  gate.WaitUntilEntered();
-  ran = pool->Execute([held = std::shared_ptr<THeld>(new THeld{ran, pool, ended})] {});
-  called = pool->Execute([held = std::shared_ptr<THeld>(new THeld{called, pool, ended})] {});
-  called->Terminate();
-  gate.Open();
-  EXPECT_TRUE(ran->WaitFor(NoTimeLimit) && called->WaitFor(NoTimeLimit));
-  while (ended < 2) std::this_thread::yield();
+  TRef<IExecution> jobs[2];
+  Occupy(FGate);
+  for (auto& job : jobs) {
+    job = FPool->Execute([held = std::shared_ptr<THeld>(new THeld{job, FPool, ended})] {});
+  }
+  jobs[1]->Terminate();  // the other one runs
+  FGate.Open();
+  EXPECT_TRUE(std::ranges::all_of(jobs, Comes));
+  WaitUntil([&] { return ended == 2; });
 }
 
-TEST(ThreadPoolTest, TheEndWaitsForWhatRunsAndDropsTheRest) {
-  auto pool = TThreadPoolExecutor::Make(1);
-  auto held = std::make_shared<int>();
-  const TRef<IEvent> entered = TEvent::Make();
-  const auto running = pool->Execute([entered] {
-    entered->Signal();
-    while (!TThread::CurrentThread()->Terminated()) std::this_thread::yield();
+TEST_F(ThreadPoolTest, TheEndWaitsForWhatRunsAndDropsTheRest) {
+  const auto held = std::make_shared<int>();
+  const auto running = FPool->Execute([gate = FGate] {
+    gate();
+    WaitUntil([] { return TThread::CurrentThread()->Terminated(); });
   });
-  entered->WaitFor(NoTimeLimit);
-  const auto atThread = pool->Execute([] { ADD_FAILURE(); });
-  const auto inPool = pool->Execute([held] { ADD_FAILURE(); });
-  const auto removed = pool->Execute([] { ADD_FAILURE(); });
-  ObjectAs<TThreadPoolExecutor>(pool)->RemoveTask(
-      Supports<TThreadPoolExecutor::IExecutionExt>(removed));
-  pool = nullptr;
+  FGate.Open();
+  FGate.WaitUntilEntered();
+  const auto atThread = FPool->Execute(Never);
+  const auto inPool = FPool->Execute([held] { ADD_FAILURE(); });
+  const auto removed = FPool->Execute(Never);
+  Remove(removed);
+  FPool = nullptr;
   EXPECT_TRUE(running->WaitFor(0));
   EXPECT_EQ(held.use_count(), 1);
-  for (const auto& job : {running, atThread, inPool}) {
-    const auto given = Supports<TThreadPoolExecutor::IExecutionExt>(job);
-    EXPECT_THROW(given->SetThread(TProcessingThread::Make()), EAssertionFailed);
-  }
+  for (const auto& job : {running, atThread, inPool}) ExpectNotToBeGiven(job);
   for (const auto& job : {atThread, inPool, removed}) {
     EXPECT_FALSE(job->WaitFor(0));
     job->Terminate();
-    EXPECT_TRUE(job->WaitFor(NoTimeLimit));
+    EXPECT_TRUE(job->WaitFor(0));
   }
 }
 
-TEST(ThreadPoolTest, CodeMayDropThePoolAndQueueMore) {
-  const TRef<IEvent> done = TEvent::Make();
-  auto pool = TThreadPoolExecutor::Make(2);
-  TGate gate;
+TEST_F(ThreadPoolTest, CodeMayDropThePool) {
   bool isInside = false;
-  pool->Execute([&] {
+  FPool->Execute([&] {
     isInside = true;
-    gate.Pass();
-    pool = nullptr;
+    FGate();
+    FPool = nullptr;
     isInside = false;
   });
-  gate.WaitUntilEntered();
-  pool->Execute([&] {
-    EXPECT_FALSE(isInside) << "what the thread has runs behind the code that drops the pool";
-    done->Signal();
-  });
-  gate.Open();
-  done->WaitFor(NoTimeLimit);
-  EXPECT_FALSE(pool);
-
-  const auto direct = TThreadPoolExecutor::Make(1);
-  std::atomic<int> left = 1000;
-  TProc<> again = [&] {
-    if (--left > 0) {
-      direct->Execute(again);
-    } else {
-      done->Signal();
-    }
-  };
-  direct->Execute(again);
-  done->WaitFor(NoTimeLimit);
+  FGate.WaitUntilEntered();
+  const auto behind =
+      FPool->Execute([&] { EXPECT_FALSE(isInside) << "it runs behind, not within"; });
+  FGate.Open();
+  EXPECT_TRUE(Comes(behind));
+  EXPECT_FALSE(FPool);
 }
 
-// --- Groups -------------------------------------------------------------------------------------
+// --- Groups, managed objects --------------------------------------------------------------------
 
 /// Answers as it is told, and writes down what it is asked.
 class TScriptedExecution : public TImplements<TBasicInterfacedObject, IExecution> {
@@ -486,66 +370,44 @@ TEST(ExecutionTaskTest, AsksOneAfterTheOther) {
     std::vector<bool> Done;
     uint32_t Timeout;
     bool Answer;
-    const char* Log;
+    std::string Log, Terminated, AtTheEnd;
   };
-  for (const TCase& test : {TCase{{}, 0, true, ""},
-                            {{}, NoTimeLimit, true, ""},
-                            {{true, true}, 7, true, "w7 w0 "},
-                            {{true, false, true}, 7, false, "w7 w0 "},
-                            {{false, false}, 0, false, "w0 "},
-                            {{true, false}, NoTimeLimit, true, "w* w* "}}) {
+  for (const TCase& test : {TCase{{}, 0, true, "", "", ""},
+                            {{true, true}, 7, true, "w7 w0 ", "t t ", "w* w* "},
+                            {{true, false, true}, 7, false, "w7 w0 ", "t t t ", "w* w* w* "},
+                            {{true, false}, NoTimeLimit, true, "w* w* ", "t t ", "w* w* "}}) {
     std::string log;
-    {
-      const auto task = TExecutionTask::Make();
-      for (bool isDone : test.Done) task->Add(Create<TScriptedExecution>(isDone, log));
-      EXPECT_EQ(task->WaitFor(test.Timeout), test.Answer);
-      EXPECT_EQ(std::exchange(log, {}), test.Log);
-      EXPECT_FALSE(task->IsTerminated());
-      task->Terminate();
-      EXPECT_EQ(log.size(), 2 * test.Done.size());
-      EXPECT_TRUE(task->IsTerminated());
-      EXPECT_THROW(task->Add(nullptr), EAssertionFailed);
-      log.clear();
-    }
-    EXPECT_EQ(log.size(), 3 * test.Done.size()) << "its end waits for all, without a limit";
+    auto task = TExecutionTask::Make();
+    for (bool isDone : test.Done) task->Add(Create<TScriptedExecution>(isDone, log));
+    EXPECT_EQ(task->WaitFor(test.Timeout), test.Answer);
+    EXPECT_EQ(std::exchange(log, {}), test.Log);
+    EXPECT_FALSE(task->IsTerminated());
+    task->Terminate();
+    EXPECT_EQ(std::exchange(log, {}), test.Terminated);
+    EXPECT_TRUE(task->IsTerminated());
+    EXPECT_THROW(task->Add(nullptr), EAssertionFailed);
+    task = nullptr;
+    EXPECT_EQ(log, test.AtTheEnd) << "its end waits for all, without a limit";
   }
 }
-
-// --- Managed objects ----------------------------------------------------------------------------
 
 std::string GTurns;
 
 class TManaged : public TManagedNoCreateInterfacedObject {
  public:
-  TManaged() : TManagedNoCreateInterfacedObject(Do_Not_Use_This) { GTurns += "c"; }
-  ~TManaged() override { GTurns += "d"; }
-
- protected:
-  void InitDefaults() override {
-    TManagedNoCreateInterfacedObject::InitDefaults();
-    GTurns += "1";
-  }
-  void BeforeDestroyDefaults() override {
-    TManagedNoCreateInterfacedObject::BeforeDestroyDefaults();
-    GTurns += "2";
-  }
-  void DestroyDefaults() noexcept override {
-    TManagedNoCreateInterfacedObject::DestroyDefaults();
-    GTurns += "3";
-  }
+  TManaged() : TManagedNoCreateInterfacedObject(Do_Not_Use_This) { GTurns += 'c'; }
+  ~TManaged() override { GTurns += 'd'; }
 };
 
 TEST(ManagedObjectTest, TheHookIsCalledAtEachTurn) {
   TClassDefaultsHook hook;
-  hook.InitClassDefaults = [](TObject&) { GTurns += "i"; };
-  hook.BeforeDestruction = [](TObject&) { GTurns += "b"; };
-  hook.Destruction = [](TObject&) noexcept { GTurns += "e"; };
-  Create<TManaged>();
-  EXPECT_EQ(std::exchange(GTurns, {}), "c123d");
+  hook.InitClassDefaults = [](TObject&) { GTurns += 'i'; };
+  hook.BeforeDestruction = [](TObject&) { GTurns += 'b'; };
+  hook.Destruction = [](TObject&) noexcept { GTurns += 'e'; };
   const TClassDefaultsHook* before = SetClassDefaults(&hook);
   Create<TManaged>();
-  EXPECT_EQ(std::exchange(GTurns, {}), "ci1b2e3d");
   SetClassDefaults(before);
+  EXPECT_EQ(std::exchange(GTurns, {}), "cibed");
 }
 
 // --- Ends, and threads that leave ---------------------------------------------------------------
@@ -560,7 +422,7 @@ void WaitUntilSet(const std::atomic<bool>& flag) {
   while (!flag) std::this_thread::yield();
 }
 
-TEST(ThreadPoolTest, WorkAddedWhileTheEndWaitsIsLetGo) {
+TEST_F(ThreadPoolTest, WorkAddedWhileTheEndWaitsIsLetGo) {
   auto pool = TThreadPoolExecutor::Make(1);
   IThreadPoolExecutor& ending = *pool;  // for the code that its end waits for
   auto held = std::make_shared<int>();
@@ -582,7 +444,7 @@ TEST(ThreadPoolTest, WorkAddedWhileTheEndWaitsIsLetGo) {
 
 // One thread adds work from inside the pool's section: the other one has run dry, is too many, and
 // waits for the section to leave.
-TEST(ThreadPoolTest, NoWorkRunsOnAThreadThatLeaves) {
+TEST_F(ThreadPoolTest, NoWorkRunsOnAThreadThatLeaves) {
   std::atomic<int> cutOff = 0;
   for (int round = 0; round < 300; ++round) {
     const auto pool = TThreadPoolExecutor::Make(2);
@@ -631,7 +493,7 @@ TEST(ThreadExecutorTest, EveryTerminateWaitsForTheCode) {
   WaitUntilSet(hasEnded);
 }
 
-TEST(ThreadPoolTest, ItemsThatAreToldFalseMayCallOffOthers) {
+TEST_F(ThreadPoolTest, ItemsThatAreToldFalseMayCallOffOthers) {
   const auto pool = TThreadPoolExecutor::Make(1);
   pool->SetGroupSize(8);
   TRef<IExecution> here, there;
@@ -662,7 +524,7 @@ class TRefusingThread : public TProcessingThread {
   TWorkItem Process(TWorkItem, bool) override { throw ERangeError(u""); }
 };
 
-TEST(ThreadPoolTest, ATaskThatAThreadRefusesMayGoToAnother) {
+TEST_F(ThreadPoolTest, ATaskThatAThreadRefusesMayGoToAnother) {
   const auto pool = TThreadPoolExecutor::Make();  // has no threads
   const auto job = pool->Execute([] {});
   const auto task = Supports<TThreadPoolExecutor::IExecutionExt>(job);

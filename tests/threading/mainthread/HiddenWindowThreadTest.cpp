@@ -1,39 +1,34 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/threading/mainthread/HiddenWindowThread.h>
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <future>
-#include <tests/TestTypes.h>
-#include <tests/threading/Workers.h>
-#include <thread>
-#include <vector>
-#include <talvo/runtime/Exceptions.h>
-#include <talvo/threading/Talvo.Threading.Utils.h>
+#include <tests/threading/Fixtures.h>
 
 namespace Talvo {
 namespace {
+
+using namespace Testing;
 
 TEST(HiddenWindowThreadTest, RunsFunctionsOnItsThread) {
   const auto owner = Create<TComponent>(nullptr);
   owner->SetName(u"plant");
   const auto thread = THiddenWindowThread::MakeComponent(owner.Get(), u"Device");
-  uint32_t id = 0;
-  string name;
   int depth = 0;
   thread->Process([&] {
-    id = TBasicThread::GetCurrentThreadId();
-    name = GetCurrentThreadName();
+    EXPECT_EQ(TBasicThread::GetCurrentThreadId(), thread->ThreadID());
+    EXPECT_EQ(GetCurrentThreadName(), u"plant.Device");
     thread->Process([&] { ++depth; });
     EXPECT_EQ(depth, 1) << "on the thread itself it runs at once";
   });
-  EXPECT_EQ(id, thread->ThreadID());
-  EXPECT_EQ(ToUtf8(name), "plant.Device");
+  EXPECT_EQ(depth, 1);
   EXPECT_TRUE(thread->WindowReady() && thread->WindowReady()) << "asking changes nothing";
   EXPECT_NE(thread->WindowHandle(), 0u);
   EXPECT_THROW(thread->Process(nullptr), EAssertionFailed);
   EXPECT_THROW(thread->Process([] { throw ERangeError(u"told"); }), ERangeError);
+  for (int round = 0; round < 200; ++round) {
+    const int before = TWatched::Live;
+    thread->Process([carried = Create<TWatched>()] {});
+    ASSERT_EQ(TWatched::Live, before) << "what a function carries ends before its caller goes on";
+  }
   thread->Terminate();
   thread->WaitFor();
   EXPECT_THROW(thread->Process([] {}), EThread);
@@ -42,54 +37,28 @@ TEST(HiddenWindowThreadTest, RunsFunctionsOnItsThread) {
 }
 
 TEST(HiddenWindowThreadTest, CallersThatWaitAreReleasedAtTheEnd) {
+  TALVO_SEEDED(engine);
   for (int round = 0; round < 50; ++round) {
     const auto thread = THiddenWindowThread::Make(u"Brief");
-    std::atomic<int> ran = 0, refused = 0;
-    std::vector<std::thread> callers;
-    for (int i = 0; i < 3; ++i) {
-      callers.emplace_back([&] {
-        try {
-          for (;;) thread->Process([&] { ++ran; });
-        } catch (const EThread&) {
-          ++refused;
-        }
-      });
-    }
+    const TCrowd callers(3, engine,
+                         [&](auto&) { EXPECT_THROW(for (;;) thread->Process([] {}), EThread); });
     thread->Terminate();
-    for (std::thread& caller : callers) caller.join();
-    EXPECT_EQ(refused, 3);
   }
 }
 
 TEST(HiddenWindowThreadTest, WhatWaitsAtTheEndStillRunsAndNothingMoreIsTaken) {
   const auto thread = THiddenWindowThread::Make(u"Ending");
-  std::promise<void> entered, mayLeave;
-  Testing::TWorker busy, waiting;
+  const TGate gate;
   bool hasRun = false;
-  busy.Start([&] {
-    thread->Process([&] {
-      entered.set_value();
-      mayLeave.get_future().wait();
-    });
-  });
-  entered.get_future().wait();
-  waiting.Start([&] { thread->Process([&] { hasRun = true; }); });
-  waiting.WaitUntilBlocked();
-  thread->Terminate();
-  EXPECT_THROW(thread->Process([] {}), EThread);
-  mayLeave.set_value();
-  busy.Wait();
-  waiting.Wait();
-  EXPECT_TRUE(hasRun);
-}
-
-TEST(HiddenWindowThreadTest, WhatAFunctionCarriesEndsBeforeItsCallerGoesOn) {
-  const auto thread = THiddenWindowThread::Make(u"Carrier");
-  const int before = TWatched::Live;
-  for (int round = 0; round < 200; ++round) {
-    thread->Process([carried = Create<TWatched>()] {});
-    ASSERT_EQ(TWatched::Live, before);
+  {
+    const TStuck busy([&] { thread->Process(gate); });
+    gate.WaitUntilEntered();
+    const TStuck waiting([&] { thread->Process([&] { hasRun = true; }); });
+    thread->Terminate();
+    EXPECT_THROW(thread->Process([] {}), EThread);
+    gate.Open();
   }
+  EXPECT_TRUE(hasRun);
 }
 
 /// Takes messages itself.
@@ -97,22 +66,27 @@ class TListener final : public THiddenWindowThread {
  public:
   using THiddenWindowThread::THiddenWindowThread;
   std::atomic<uint32_t> Last = 0;
+  TRef<TListener> Self;  // dropped at message 2001
 
  protected:
   void WndProc(TMessage& message) override {
     Last = message.Msg;
-    THiddenWindowThread::WndProc(message);
+    if (message.Msg == 2001) {
+      Self = nullptr;
+    } else {
+      THiddenWindowThread::WndProc(message);
+    }
   }
 };
 
 TEST(HiddenWindowThreadTest, TheWindowTakesMessages) {
-  auto thread = Create<TListener>(u"Listener");
+  const auto thread = Create<TListener>(u"Listener");
   thread->Process([] {});
   const TWindowHandle window = thread->GetWindowHandle();
   EXPECT_TRUE(PostMessage(window, 2000, 0, 0));
-  while (thread->Last != 2000) std::this_thread::yield();
+  WaitUntil([&] { return thread->Last == 2000; });
   EXPECT_TRUE(PostMessage(window, WM_DESTROY, 0, 0));
-  while (PostMessage(window, WM_DESTROY, 0, 0)) std::this_thread::yield();  // until it has gone
+  WaitUntil([&] { return !PostMessage(window, WM_DESTROY, 0, 0); });
   EXPECT_EQ(thread->Last, WM_DESTROY);
   EXPECT_EQ(thread->GetWindowHandle(), 0u);
   int ran = 0;
@@ -122,29 +96,16 @@ TEST(HiddenWindowThreadTest, TheWindowTakesMessages) {
 
 TEST(HiddenWindowThreadTest, TheLastReferenceMayGoOnTheThreadItself) {
   for (const bool isByMessage : {false, true}) {
-    std::atomic<int> ended = 0;
-    const TProc<> link = RegisterThreadEndNotify([&] { ++ended; });
-    class TEnding : public THiddenWindowThread {
-     public:
-      using THiddenWindowThread::THiddenWindowThread;
-      TRef<TEnding> Self;
-      void WndProc(TMessage& message) override {
-        if (message.Msg == 2000)
-          Self = nullptr;
-        else
-          THiddenWindowThread::WndProc(message);
-      }
-    };
-    auto thread = Create<TEnding>(u"Ending");
-    TEnding* const ending = thread.Get();
-    ending->Process([&] { ending->Self = std::move(thread); });
+    const TNotices notices;
+    auto owned = Create<TListener>(u"Ending");
+    TListener* const thread = owned.Get();
+    thread->Process([&] { thread->Self = std::move(owned); });
     if (isByMessage) {
-      EXPECT_TRUE(PostMessage(ending->GetWindowHandle(), 2000, 0, 0));
+      EXPECT_TRUE(PostMessage(thread->GetWindowHandle(), 2001, 0, 0));
     } else {
-      ending->Process([ending] { ending->Self = nullptr; });
+      thread->Process([thread] { thread->Self = nullptr; });
     }
-    while (ended == 0) std::this_thread::yield();
-    UnRegisterThreadEndNotify(link);
+    notices.WaitForEnds(1);
   }
 }
 

@@ -1,30 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/threading/mainthread/MainThread.h>
 
-#include <gtest/gtest.h>
 #include <poll.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <functional>
 #include <future>
-#include <memory>
-#include <tests/TestTypes.h>
-#include <thread>
-#include <vector>
-#include <talvo/runtime/Exceptions.h>
+#include <tests/threading/Fixtures.h>
 
 namespace Talvo {
 namespace {
 
+using namespace Testing;
+
 bool IsWoken(int timeoutMs = 0) {
   pollfd waiting{MainThread::WakeUpDescriptor(), POLLIN, 0};
   return poll(&waiting, 1, timeoutMs) == 1;
-}
-
-template <class F>
-void OnWorker(F&& code) {
-  std::thread(std::forward<F>(code)).join();
 }
 
 /// A queue of its own, and letters that its work writes down.
@@ -36,71 +25,69 @@ class MainThreadTest : public ::testing::Test {
       if (andThen) andThen();
     };
   }
+  void Post(TOwnerKey owner, TProc<> proc, bool ignoreMultiple = false) {
+    FQueue->Execute(owner, /*forcePost*/ true, std::move(proc), ignoreMultiple);
+  }
   std::string Taken() { return std::exchange(FLetters, {}); }
 
   std::string FLetters;
   TRef<IMainThreadExecute> FQueue = TMainThreadExecute::Make();
+  TWorker FWorker;
   int FOwner = 0, FOther = 0;
 };
 
 TEST_F(MainThreadTest, RunsAtOnceOnTheMainThreadAndQueuesElsewhere) {
   ASSERT_TRUE(MainThread::IsCurrent());
-  FQueue->Execute(true, Letter('a'), false);
+  Post(nullptr, Letter('a'));
   FQueue->Execute(false, Letter('b'), false);
   EXPECT_EQ(Taken(), "b") << "runs before what is queued";
-  OnWorker([&] {
+  FWorker.Run([&] {
     EXPECT_FALSE(MainThread::IsCurrent());
     FQueue->Execute(false, Letter('c'), false);
-    FQueue->Execute(&FOwner, true, Letter('d'), false);
+    Post(&FOwner, Letter('d'));
+    EXPECT_THROW(FQueue->SyncNotify(), EAssertionFailed);
   });
   EXPECT_EQ(Taken(), "");
   EXPECT_TRUE(IsWoken());
   EXPECT_EQ(MainThread::ProcessMessages(), 1) << "one wake-up for all";
   EXPECT_EQ(Taken(), "acd");
   EXPECT_FALSE(IsWoken());
-  EXPECT_THROW(FQueue->Execute(
-                   false, [] { throw ERangeError(u""); }, false),
-               ERangeError);
+  const TProc<> fail = [] { throw ERangeError(u""); };
+  EXPECT_THROW(FQueue->Execute(false, fail, false), ERangeError);
 }
 
 TEST_F(MainThreadTest, IgnoresWhatWaitsAlready) {
   const TProc<> a = Letter('a'), b = Letter('b');
-  FQueue->Execute(&FOwner, true, a, true);
-  FQueue->Execute(&FOwner, true, a, true);
-  FQueue->Execute(&FOther, true, a, true);
-  FQueue->Execute(&FOwner, true, b, true);
-  FQueue->Execute(&FOwner, true, b, false);
+  for (const TOwnerKey owner : {&FOwner, &FOwner, &FOther}) Post(owner, a, true);
+  for (const bool ignoreMultiple : {true, false}) Post(&FOwner, b, ignoreMultiple);
   FQueue->Execute(true, a, true);
   FQueue->SyncNotify();
   EXPECT_EQ(Taken(), "aabba");
-  FQueue->Execute(&FOwner, true, a, true);
+  Post(&FOwner, a, true);
   FQueue->SyncNotify();
   EXPECT_EQ(Taken(), "a") << "what has run does not count";
 }
 
 TEST_F(MainThreadTest, OwnersTakeTheirWorkOut) {
-  const auto fill = [&] {
-    FQueue->Execute(&FOwner, true, Letter('a'), false);
-    FQueue->Execute(&FOther, true, Letter('b'), false);
-    FQueue->Execute(&FOwner, true, Letter('c'), false);
-    FQueue->Execute(true, Letter('d'), false);
-  };
   struct TCase {
     const char* Name;
     std::function<void()> Act;
     const char *Ran, *Left;
   };
-  const TCase cases[] = {
-      {"main, owner", [&] { FQueue->ClearMainThread(&FOwner); }, "ac", "bd"},
-      {"main, all", [&] { FQueue->ClearMainThread(nullptr); }, "abcd", ""},
-      {"worker, owner", [&] { OnWorker([&] { FQueue->ClearMainThread(&FOwner); }); }, "", "bd"},
-      {"worker, all", [&] { OnWorker([&] { FQueue->ClearMainThread(nullptr); }); }, "", ""},
-      {"clear, owner", [&] { FQueue->Clear(&FOther); }, "", "acd"},
-      {"clear, all", [&] { FQueue->Clear(nullptr); }, "", ""},
-  };
-  for (const TCase& test : cases) {
+  for (const TCase& test : {
+           TCase{"main, owner", [&] { FQueue->ClearMainThread(&FOwner); }, "ac", "bd"},
+           TCase{"main, all", [&] { FQueue->ClearMainThread(nullptr); }, "abcd", ""},
+           TCase{"worker, owner", [&] { FWorker.Run([&] { FQueue->ClearMainThread(&FOwner); }); },
+                 "", "bd"},
+           TCase{"worker, all", [&] { FWorker.Run([&] { FQueue->ClearMainThread(nullptr); }); }, "",
+                 ""},
+           TCase{"clear, owner", [&] { FQueue->Clear(&FOther); }, "", "acd"},
+       }) {
     SCOPED_TRACE(test.Name);
-    fill();
+    Post(&FOwner, Letter('a'));
+    Post(&FOther, Letter('b'));
+    Post(&FOwner, Letter('c'));
+    Post(nullptr, Letter('d'));
     test.Act();
     EXPECT_EQ(Taken(), test.Ran);
     EXPECT_TRUE(IsWoken() || *test.Left == 0);
@@ -111,38 +98,40 @@ TEST_F(MainThreadTest, OwnersTakeTheirWorkOut) {
 }
 
 TEST_F(MainThreadTest, WorkMayRaiseQueueMoreAndDropTheQueue) {
-  FQueue->Execute(true, Letter('a', [] { throw ERangeError(u"not told"); }), false);
-  FQueue->Execute(true, Letter('b', [&] { FQueue->Execute(true, Letter('d'), false); }), false);
-  FQueue->Execute(true, Letter('c', [&] { FQueue->SyncNotify(); }), false);
-  MainThread::ProcessMessages();
-  EXPECT_EQ(Taken(), "abcd");
+  for (const bool isByHand : {false, true}) {
+    SCOPED_TRACE(isByHand);
+    const auto process = [&] {
+      if (isByHand) return FQueue->SyncNotify();
+      MainThread::ProcessMessages();
+    };
+    FQueue = TMainThreadExecute::Make();
+    Post(nullptr, Letter('a', [] { throw ERangeError(u"not told"); }));
+    Post(nullptr, Letter('b', [&] { FWorker.Run([&] { Post(nullptr, Letter('d')); }); }));
+    Post(nullptr, Letter('c', [&] { FQueue->SyncNotify(); }));
+    process();
+    EXPECT_EQ(Taken(), "abcd");
 
-  FQueue->Execute(true, Letter('e', [&] { FQueue = nullptr; }), false);
-  FQueue->Execute(true, Letter('f'), false);
-  MainThread::ProcessMessages();
-  EXPECT_EQ(Taken(), "ef") << "the queue lasts until it is empty";
-  EXPECT_EQ(MainThread::ProcessMessages(), 0);
+    Post(nullptr, Letter('e', [&] { FQueue = nullptr; }));
+    Post(nullptr, Letter('f'));
+    process();
+    EXPECT_EQ(Taken(), "ef") << "the queue lasts until it is empty";
+    MainThread::ProcessMessages();
+    EXPECT_FALSE(IsWoken());
+  }
 }
 
 TEST_F(MainThreadTest, WhatWaitsEndsWithTheQueueAndLateWakeUpsAreDropped) {
-  auto held = std::make_shared<int>();
-  FQueue->Execute(
-      &FOwner, true, [held] { ADD_FAILURE(); }, false);
-  EXPECT_EQ(held.use_count(), 2);
+  const auto held = std::make_shared<int>();
+  Post(&FOwner, [held] { ADD_FAILURE(); });
   const auto other = TMainThreadExecute::Make();  // keeps the window
-  OnWorker([&] { FQueue = nullptr; });
+  FWorker.Run([&] { FQueue = nullptr; });
   EXPECT_EQ(held.use_count(), 1);
   MainThread::ProcessMessages();
 
   // What a function object takes along may come back to the queue when it is dropped.
   FQueue = TMainThreadExecute::Make();
-  struct TEnding {
-    TRef<TWatched> Held;
-    void operator()() const {}
-  };
-  FQueue->Execute(true,
-                  TEnding{Create<TWatched>(1, [&] { FQueue->Execute(true, Letter('z'), false); })},
-                  false);
+  const auto comeBack = [&] { Post(nullptr, Letter('z')); };
+  Post(nullptr, [held = Create<TWatched>(1, comeBack)] {});
   FQueue->Clear(nullptr);
   FQueue->SyncNotify();
   EXPECT_EQ(Taken(), "z");
@@ -150,71 +139,22 @@ TEST_F(MainThreadTest, WhatWaitsEndsWithTheQueueAndLateWakeUpsAreDropped) {
 
 TEST_F(MainThreadTest, TheMainThreadWorksByHandToo) {
   for (int round = 0; round < 3; ++round) {
-    OnWorker([&] { MainThread::Execute(this, false, Letter('a'), false); });
+    FWorker.Run([&] { MainThread::Execute(this, false, Letter('a'), false); });
     EXPECT_TRUE(IsWoken());
     MainThread::ProcessExecuteQueueAll();
     EXPECT_EQ(Taken(), "a");
     EXPECT_FALSE(IsWoken()) << "nothing waits any more";
   }
   EXPECT_EQ(MainThread::ProcessMessages(), 0) << "wake-ups do not pile up";
-  MainThread::Execute(nullptr, false, nullptr, false);
-  MainThread::Execute(nullptr, true, nullptr, false);
+  for (const bool forcePost : {false, true}) MainThread::Execute(this, forcePost, nullptr, false);
   EXPECT_FALSE(IsWoken());
-  OnWorker([&] {
+  FWorker.Run([&] {
     MainThread::Execute(this, false, Letter('b'), false);
     MainThread::ProcessExecuteQueue(this);
     MainThread::Execute(this, false, Letter('c'), false);
-    EXPECT_THROW(FQueue->SyncNotify(), EAssertionFailed);
   });
   MainThread::ProcessExecuteQueue(this);
   EXPECT_EQ(Taken(), "c");
-}
-
-// Each worker waits for its work before it goes on: a wake-up that is lost stops the test.
-TEST(MainThreadStressTest, AHostsLoopWaitsWithoutLimit) {
-  TALVO_SEEDED(engine);
-  constexpr int Workers = 3, Rounds = 2'000;
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  std::atomic<int> ran = 0;
-  std::vector<std::thread> workers;
-  for (int i = 0; i < Workers; ++i) {
-    workers.emplace_back([&, random = std::mt19937(engine())]() mutable {
-      const auto queue = TMainThreadExecute::Make();
-      for (int round = 0; round < Rounds; ++round) {
-        const auto hasRun = std::make_shared<std::promise<void>>();
-        const TProc<> run = [hasRun, &ran] {
-          ++ran;
-          hasRun->set_value();
-        };
-        if (random() % 2) {
-          queue->Execute(false, run, true);
-        } else {
-          MainThread::Execute(hasRun.get(), false, run, true);
-        }
-        if (random() % 4 == 0)
-          MainThread::Execute(
-              nullptr, true, [] {}, false);
-        hasRun->get_future().wait();
-      }
-      EXPECT_EQ(write(ends[1], "x", 1), 1);
-    });
-  }
-  pollfd waiting[] = {{MainThread::WakeUpDescriptor(), POLLIN, 0}, {ends[0], POLLIN, 0}};
-  for (int done = 0; done < Workers;) {
-    ASSERT_GE(poll(waiting, 2, -1), 1);
-    if (waiting[0].revents) {
-      EXPECT_GE(MainThread::ProcessMessages(), 1);
-    }
-    char byte = 0;
-    if (waiting[1].revents) done += static_cast<int>(read(ends[0], &byte, 1));
-  }
-  for (std::thread& worker : workers) worker.join();
-  EXPECT_EQ(ran, Workers * Rounds);
-  MainThread::ProcessMessages();
-  EXPECT_FALSE(IsWoken());
-  close(ends[0]);
-  close(ends[1]);
 }
 
 TEST(OwnerKeyTest, AnObjectHasOneKey) {
@@ -227,47 +167,71 @@ TEST(OwnerKeyTest, AnObjectHasOneKey) {
   EXPECT_FALSE(TOwnerKey(nullptr) || TOwnerKey(static_cast<IWatched*>(nullptr)));
 }
 
+// Each worker waits for its work before it goes on: a wake-up that is lost stops the test.
+TEST(MainThreadStressTest, AHostsLoopWaitsWithoutLimit) {
+  TALVO_SEEDED(engine);
+  constexpr int Workers = 3, Rounds = 2'000;
+  int ran = 0, ended = 0;
+  const TCrowd workers(Workers, engine, [&](TEngine& own) {
+    const auto queue = TMainThreadExecute::Make();
+    for (int round = 0; round < Rounds; ++round) {
+      const auto hasRun = std::make_shared<std::promise<void>>();
+      const TProc<> run = [hasRun, &ran] {
+        ++ran;
+        hasRun->set_value();
+      };
+      if (own() % 2) {
+        queue->Execute(false, run, true);
+      } else {
+        MainThread::Execute(hasRun.get(), false, run, true);
+      }
+      const TProc<> nothing = [] {};
+      if (own() % 4 == 0) MainThread::Execute(nullptr, true, nothing, false);
+      hasRun->get_future().wait();
+    }
+    const TProc<> end = [&] { ++ended; };
+    MainThread::Execute(nullptr, true, end, false);
+  });
+  while (ended < Workers) {
+    ASSERT_TRUE(IsWoken(/*timeoutMs*/ -1));
+    EXPECT_GE(MainThread::ProcessMessages(), 1);
+  }
+  EXPECT_EQ(ran, Workers * Rounds);
+  MainThread::ProcessMessages();
+  EXPECT_FALSE(IsWoken());
+}
+
 // Owners come and go on several threads; each posts work that touches it, and takes it out before
 // it ends.
 TEST(MainThreadStressTest, OwnersThatEnd) {
   TALVO_SEEDED(engine);
-  constexpr int Workers = 4, Rounds = 3'000;
-  std::atomic<int> done = 0, ran = 0;
-  std::vector<std::thread> workers;
-  for (int i = 0; i < Workers; ++i) {
-    workers.emplace_back([&, random = std::mt19937(engine())]() mutable {
-      for (int round = 0; round < Rounds; ++round) {
-        struct TOwner {
-          std::atomic<int> Touched = 0;
-        };
-        auto owner = std::make_shared<TOwner>();
-        const TProc<> touch = [owner = owner.get(), keep = std::weak_ptr(owner), &ran] {
+  std::atomic<int> ran = 0;
+  {
+    const TCrowd workers(4, engine, [&](TEngine& own) {
+      for (int round = 0; round < 3'000; ++round) {
+        auto owner = std::make_shared<std::atomic<int>>(0);
+        const TProc<> touch = [keep = std::weak_ptr(owner), &ran] {
           // Dropped in time, or alive: the main thread may be in it while the owner goes.
-          if (const auto held = keep.lock()) ++held->Touched, ++ran;
+          if (const auto held = keep.lock()) ++*held, ++ran;
         };
-        for (unsigned n = random() % 8; n > 0; --n) {
-          MainThread::Execute(owner.get(), false, touch, random() % 2);
+        for (unsigned n = own() % 8; n > 0; --n) {
+          MainThread::Execute(owner.get(), false, touch, own() % 2);
         }
-        if (random() % 4 == 0) std::this_thread::yield();
+        if (own() % 4 == 0) std::this_thread::yield();
         MainThread::ProcessExecuteQueue(owner.get());
         owner = nullptr;
-        if (random() % 8 == 0) {
-          const auto queue = TMainThreadExecute::Make();
-          queue->Execute(true, touch, false);
-        }
+        if (own() % 8 == 0) TMainThreadExecute::Make()->Execute(true, touch, false);
       }
-      ++done;
     });
-  }
-  while (done < Workers) {
-    IsWoken(1);
-    if (engine() % 2) {
-      MainThread::ProcessMessages();
-    } else {
-      MainThread::ProcessExecuteQueueAll();
+    while (workers.IsBusy()) {
+      IsWoken(1);
+      if (engine() % 2) {
+        MainThread::ProcessMessages();
+      } else {
+        MainThread::ProcessExecuteQueueAll();
+      }
     }
   }
-  for (std::thread& worker : workers) worker.join();
   MainThread::ProcessExecuteQueueAll();
   while (MainThread::ProcessMessages() > 0) {
   }

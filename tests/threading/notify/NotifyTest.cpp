@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <thread>
 #include <talvo/containers/list/ChangeNotify.h>
 #include <talvo/runtime/Exceptions.h>
@@ -17,31 +16,31 @@ namespace {
 class TSubject : public TInterfacedChangeNotifyObject<> {};
 
 TEST(SubscriptionTest, EndsWithItsOwner) {
-  int changes = 0, ends = 0, calls = 0;
+  std::string calls;
+  const auto note = [&](char what) { return [&calls, what](auto...) { calls += what; }; };
   auto subject = Create<TSubject>();
   TMultiProc<int> told;
   {
-    const auto toChanges = TSubscription::ToChanges(subject, [&] { ++changes; });
-    const auto toEnd = TSubscription::ToEnd(subject, [&] { ++ends; });
-    TSubscription toCalls = TSubscription::To(told, [&](int by) { calls += by; });
-    TSubscription moved = std::move(toCalls);
-    EXPECT_TRUE(moved && !toCalls);
+    const auto toChanges = TSubscription::ToChanges(subject, note('c'));
+    const auto toEnd = TSubscription::ToEnd(subject, note('e'));
+    TSubscription first = TSubscription::To(told, note('1'));
+    TSubscription moved = std::move(first);
+    EXPECT_TRUE(moved && !first);
     subject->ChangeNotify();
-    told.Notify(2);
-    moved = TSubscription::To(told, [&](int by) { calls += 10 * by; });
-    told.Notify(2);
-    moved.End();
-    moved.End();
-    EXPECT_FALSE(moved);
-    moved = TSubscription::To(told, [&](int) { ++calls; });
+    told.Notify(0);
+    moved = TSubscription::To(told, note('2'));
     TSubscription& same = moved;
     moved = std::move(same);
-    EXPECT_TRUE(moved);
+    told.Notify(0);
+    for (int i = 0; i < 2; ++i) moved.End();
+    EXPECT_FALSE(moved);
+    told.Notify(0);
+    moved = TSubscription::To(told, note('3'));
   }
   subject->ChangeNotify();
-  told.Notify(2);
+  told.Notify(0);
   subject = nullptr;
-  EXPECT_TRUE(changes == 1 && ends == 0 && calls == 22) << changes << ends << calls;
+  EXPECT_EQ(calls, "c12");
   EXPECT_FALSE(TSubscription::To(told, nullptr));
   EXPECT_THROW(TSubscription::ToChanges(nullptr, [] {}), EAssertionFailed);
   EXPECT_THROW(TSubscription::ToEnd(nullptr, [] {}), EAssertionFailed);
@@ -51,30 +50,49 @@ TEST(SubscriptionTest, TheSenderMayEndFirst) {
   int ends = 0;
   TSubscription toChanges, toEnd, toCalls;
   {
-    auto subject = Create<TSubject>();
-    auto told = std::make_unique<TMultiProc<>>();
+    const auto subject = Create<TSubject>();
+    TMultiProc<> told;
     toChanges = TSubscription::ToChanges(subject, [] {});
     toEnd = TSubscription::ToEnd(subject, [&] { ++ends; });
-    toCalls = TSubscription::To(*told, [] {});
+    toCalls = TSubscription::To(told, [] {});
   }
   EXPECT_EQ(ends, 1) << "subscriptions keep nothing alive";
-  std::atomic<int> ticks = 0;
-  {
-    const auto toClock = TSubscription::ToClock([&] { ++ticks; });
-    while (ticks < 2) std::this_thread::yield();
-  }
-  const auto last = TSubscription(TProc<>([&] { ++ends; }));
+}
+
+TEST(SubscriptionTest, ToTheClock) {
+  // A call that is under way is not waited for.
+  static std::atomic<int> ticks = 0;
+  const auto toClock = TSubscription::ToClock([] { ++ticks; });
+  while (ticks < 2) std::this_thread::yield();
+}
+
+TEST(SubscriptionTest, EndsWithinANotification) {
+  TMultiProc<> sender;
+  int calls = 0;
+  const TProc<> counts = [&] { ++calls; };
+  TSubscription first = TSubscription::To(sender, counts),
+                second = TSubscription::To(sender, counts);
+  const TProc<> ends = sender.Add([&] {
+    first.End();
+    second = TSubscription::To(sender, counts);
+    second.End();
+  });
+  sender.Notify();
+  sender.Remove(ends);
+  calls = 0;
+  sender.Notify();
+  EXPECT_EQ(calls, 0);
 }
 
 TEST(DeliveryTest, TakesNotificationsToTheMainThread) {
   int calls = 0;
-  string names;
+  std::string names;
   const auto subject = Create<TSubject>();
   TMultiProc<string, int> found;
   subject->AddChangeNotification(OnMainThread([&] { ++calls; }));
   subject->AddChangeNotification(OnMainThread([&] { calls += 10; }, &calls, true));
-  found.Add(OnMainThread<string, int>([&](const string& name, int n) { names.append(n, name[0]); },
-                                      &names));
+  found.Add(OnMainThread<string, int>(
+      [&](const string& name, int number) { names += ToUtf8(name) + std::to_string(number); }));
   std::thread([&] {
     for (int i = 0; i < 3; ++i) subject->ChangeNotify();
     found.Notify(u"abc", 2);
@@ -83,7 +101,7 @@ TEST(DeliveryTest, TakesNotificationsToTheMainThread) {
   EXPECT_TRUE(calls == 0 && names.empty());
   MainThread::ProcessExecuteQueueAll();
   EXPECT_EQ(calls, 13);
-  EXPECT_EQ(ToUtf8(names), "aaz");
+  EXPECT_EQ(names, "abc2z1");
   subject->ChangeNotify();
   EXPECT_EQ(calls, 24) << "at once on the main thread itself";
   EXPECT_FALSE(OnMainThread(nullptr) || OnMainThread<int>(nullptr));
@@ -91,16 +109,14 @@ TEST(DeliveryTest, TakesNotificationsToTheMainThread) {
 
 TEST(DeliveryTest, TakesNotificationsToAnExecutor) {
   const TRef<IExecutor> pool = TThreadPoolExecutor::Make(1);
-  TMultiProc<string> found;
-  string name;
   const TRef<IEvent> done = TEvent::Make();
-  found.Add(OnExecutor<string>(pool, [&name, done](const string& it) {
-    name = it;
+  TMultiProc<string> found;
+  found.Add(OnExecutor<string>(pool, [done](const string& name) {
+    EXPECT_EQ(ToUtf8(name), "pump");
     done->Signal();
   }));
   found.Notify(u"pump");
   done->WaitFor(NoTimeLimit);
-  EXPECT_EQ(ToUtf8(name), "pump");
   EXPECT_FALSE(OnExecutor<>(pool, nullptr));
 }
 

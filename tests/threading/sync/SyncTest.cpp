@@ -4,36 +4,38 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <deque>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <tests/threading/Workers.h>
 #include <unordered_set>
-#include <vector>
 #include <talvo/runtime/Exceptions.h>
 
 namespace Talvo {
 namespace {
 
+using Testing::InTwoProcesses;
+using Testing::RunAtATime;
+using Testing::TBlocked;
 using Testing::TWorker;
 
 TEST(EventTest, MakersAndStates) {
-  struct TCase {
-    const char* Name;
+  const struct TCase {
     TRef<IEvent> Event;
     bool IsSignalled, IsManual;
-  };
-  const TCase cases[] = {
-      {"()", TEvent::Make(), false, false},
-      {"(state)", TEvent::Make(true), true, false},
-      {"(mode, state)", TEvent::Make(ermManual, true), true, true},
-      {"(mode, state), off", TEvent::Make(ermManual, false), false, true},
-      {"(name, state)", TEvent::Make(u"talvo test/1", true), true, false},
-      {"(name, mode, state)", TEvent::Make(u"talvo test/2", ermManual, true), true, true},
-      {"empty name", TEvent::Make(u"", ermAutomatic, true), true, false},
+  } cases[] = {
+      {TEvent::Make(), false, false},
+      {TEvent::Make(true), true, false},
+      {TEvent::Make(ermManual, true), true, true},
+      {TEvent::Make(ermManual, false), false, true},
+      {TEvent::Make(u"talvo test/1", true), true, false},
+      {TEvent::Make(u"talvo test/2", ermManual, true), true, true},
+      {TEvent::Make(u"", ermAutomatic, true), true, false},
   };
   std::unordered_set<uint32_t> handles{0};
-  for (const auto& [name, event, isSignalled, isManual] : cases) {
-    SCOPED_TRACE(name);
+  for (const auto& [event, isSignalled, isManual] : cases) {
+    SCOPED_TRACE(handles.size());
     EXPECT_TRUE(handles.insert(event->GetHandle()).second);
     EXPECT_EQ(isSignalled, event->WaitFor(0));
     EXPECT_EQ(isSignalled && isManual, event->WaitFor(1));
@@ -47,41 +49,36 @@ TEST(EventTest, MakersAndStates) {
 }
 
 TEST(EventTest, AutomaticLetsOneThroughAndManualAll) {
-  std::deque<TWorker> workers(3);
-  for (const TEventResetMode mode : {ermAutomatic, ermManual}) {
-    const auto event = TEvent::Make(mode, false);
+  for (const bool isManual : {false, true}) {
+    const auto event = TEvent::Make(isManual ? ermManual : ermAutomatic, false);
     std::atomic<int> through = 0;
-    for (TWorker& worker : workers) {
-      worker.Start([&] {
-        EXPECT_TRUE(event->WaitFor(NoTimeLimit));
-        ++through;
-      });
-    }
-    for (TWorker& worker : workers) worker.WaitUntilBlocked();
-    for (int signals = 1; signals <= (mode == ermManual ? 1 : 3); ++signals) {
+    const TBlocked waiters(3, [&] {
+      EXPECT_TRUE(event->WaitFor(NoTimeLimit));
+      ++through;
+    });
+    for (int signals = 1; signals <= (isManual ? 1 : 3); ++signals) {
       event->Signal();
-      if (mode == ermManual) event->Reset();  // too late for those that wait
+      if (isManual) event->Reset();  // too late for those that wait
       while (through < signals) std::this_thread::yield();
-      if (mode == ermAutomatic) {
-        EXPECT_EQ(signals, through);
-        EXPECT_FALSE(event->WaitFor(0));
-      }
+      EXPECT_TRUE(isManual || through == signals);
+      EXPECT_FALSE(event->WaitFor(0));
     }
-    for (TWorker& worker : workers) worker.Wait();
-    EXPECT_EQ(3, through);
   }
 }
 
 TEST(SemaphoreTest, CountsBetweenZeroAndTheMaximum) {
   const auto semaphore = TSemaphore::Make(1, 3);
-  EXPECT_FALSE(semaphore->Increment(0));
-  EXPECT_FALSE(semaphore->Increment(-1));
-  EXPECT_FALSE(semaphore->Increment(3));
+  for (const int count : {0, -1, 3}) EXPECT_FALSE(semaphore->Increment(count));
   EXPECT_TRUE(semaphore->Increment(2));
   EXPECT_FALSE(semaphore->Increment(1));
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(semaphore->Decrement(NoTimeLimit));
   EXPECT_FALSE(semaphore->Decrement(0));
   EXPECT_FALSE(semaphore->Decrement(1));
+  {
+    const TBlocked waiters(3, [&] { EXPECT_TRUE(semaphore->Decrement(NoTimeLimit)); });
+    EXPECT_TRUE(semaphore->Increment(3));
+  }
+  EXPECT_FALSE(semaphore->Decrement(0));
 
   for (const auto& [initial, maximum] : {std::pair{-1, 1}, {2, 1}, {0, 0}, {0, -1}}) {
     const auto invalid = TSemaphore::Make(initial, maximum);
@@ -89,22 +86,13 @@ TEST(SemaphoreTest, CountsBetweenZeroAndTheMaximum) {
     EXPECT_FALSE(invalid->Increment(1));
     EXPECT_FALSE(invalid->Decrement(NoTimeLimit));
   }
-
-  std::deque<TWorker> workers(3);
-  for (TWorker& worker : workers) {
-    worker.Start([&] { EXPECT_TRUE(semaphore->Decrement(NoTimeLimit)); });
-  }
-  for (TWorker& worker : workers) worker.WaitUntilBlocked();
-  EXPECT_TRUE(semaphore->Increment(3));
-  for (TWorker& worker : workers) worker.Wait();
-  EXPECT_FALSE(semaphore->Decrement(0));
 }
 
 TEST(CriticalSectionTest, IsLeftAsOftenAsEnteredAndByItsThread) {
   const auto section = TCriticalSection::Make();
   EXPECT_THROW(section->Leave(), EAssertionFailed);
-  TWorker other;
   for (int i = 0; i < 3; ++i) section->Enter();
+  TWorker other;
   other.Run([&] { EXPECT_THROW(section->Leave(), EAssertionFailed); });
   bool isLeft = false;
   other.Start([&] {
@@ -124,50 +112,41 @@ TEST(CriticalSectionTest, IsLeftAsOftenAsEnteredAndByItsThread) {
 TEST(CriticalSectionTest, RunsCodeInsideAndOutside) {
   const auto section = TCriticalSection::Make();
   TLockAccess& access = *section->Access();
-  const auto isInside = [&] {
-    try {
-      section->Leave();
-    } catch (const EAssertionFailed&) {
-      return false;
-    }
-    section->Enter();
-    return true;
-  };
-  const auto expect = [&](bool inside) { return [&, inside] { EXPECT_EQ(inside, isInside()); }; };
+  int runs = 0;
   const auto raise = [] { throw ERangeError(u"out"); };
-
-  access.Execute(expect(true));
-  access.Execute(TProc<>(expect(true)).Object());
+  const auto outside = [&] {
+    ++runs;
+    EXPECT_THROW(section->Leave(), EAssertionFailed);
+  };
+  const auto inside = [&] {
+    ++runs;
+    access.ExecuteLeave(outside);
+  };
+  access.Execute(inside);
+  access.Execute(TProc<>(inside).Object());
   EXPECT_THROW(access.Execute(raise), ERangeError);
-  EXPECT_FALSE(isInside());
-  EXPECT_THROW(access.ExecuteLeave(expect(true)), EAssertionFailed);
-
+  EXPECT_THROW(access.Execute(TProc<>()), EAssertionFailed);
+  EXPECT_THROW(access.ExecuteLeave(raise), EAssertionFailed);
+  outside();
   section->Enter();
-  access.ExecuteLeave(expect(false));
-  access.ExecuteLeave(TProc<>(expect(false)).Object());
+  access.ExecuteLeave(TProc<>(outside).Object());
   EXPECT_THROW(access.ExecuteLeave(raise), ERangeError);
-  EXPECT_TRUE(isInside());
   section->Leave();
+  outside();
 
   // The slot is cleared by what it holds, which goes on to its end.
-  TProc<> slot;
-  int runs = 0;
-  access.ExecuteAssigned(slot);
-  slot = [&] {
+  TProc<> slot = [&] {
     slot = nullptr;
-    EXPECT_FALSE(isInside());
-    ++runs;
+    outside();
   };
-  access.ExecuteAssigned(slot);
-  access.ExecuteAssigned(slot);
+  for (int i = 0; i < 2; ++i) access.ExecuteAssigned(slot);
   access.ExecuteAssigned(TLockAccess::TProcStd());
-  EXPECT_EQ(1, runs);
-  EXPECT_THROW(access.Execute(TProc<>()), EAssertionFailed);
-  EXPECT_FALSE(isInside());
+  EXPECT_EQ(8, runs);
 }
 
 TEST(MutexTest, BelongsToItsThread) {
   TWorker other;
+  const auto raise = [] { throw ERangeError(u"out"); };
   for (const auto& mutex :
        {TMutex::Make(), TMutex::Make(true), TMutex::Make(u"talvo test mutex", true)}) {
     EXPECT_FALSE(mutex->MutexRelease());
@@ -175,11 +154,8 @@ TEST(MutexTest, BelongsToItsThread) {
     EXPECT_TRUE(mutex->MutexAcquire(NoTimeLimit));
     other.Run([&] {
       EXPECT_FALSE(mutex->MutexRelease());
-      EXPECT_FALSE(mutex->MutexAcquire(0));
-      EXPECT_FALSE(mutex->MutexAcquire(2));
-      bool isRun = false;
-      mutex->Access()->Execute([&] { isRun = true; }, 1);
-      EXPECT_FALSE(isRun);
+      for (const uint32_t timeoutMs : {0, 2}) EXPECT_FALSE(mutex->MutexAcquire(timeoutMs));
+      mutex->Access()->Execute([] { ADD_FAILURE() << "runs without the mutex"; }, 1);
     });
     EXPECT_TRUE(mutex->MutexRelease());
     other.Start([&] { EXPECT_TRUE(mutex->MutexAcquire(NoTimeLimit)); });
@@ -189,71 +165,46 @@ TEST(MutexTest, BelongsToItsThread) {
     EXPECT_FALSE(mutex->MutexAcquire(0));
     other.Run([&] {
       EXPECT_TRUE(mutex->Access()->ExecuteLeave([&] { EXPECT_FALSE(mutex->MutexRelease()); }, 0));
-      EXPECT_THROW(mutex->Access()->ExecuteLeave([] { throw ERangeError(u""); }, 0), ERangeError);
+      EXPECT_THROW(mutex->Access()->ExecuteLeave(raise, 0), ERangeError);
       EXPECT_TRUE(mutex->MutexRelease());
-      EXPECT_THROW(mutex->Access()->Execute([] { throw ERangeError(u""); }, 0), ERangeError);
+      EXPECT_THROW(mutex->Access()->Execute(raise, 0), ERangeError);
       EXPECT_FALSE(mutex->MutexRelease());
     });
+    // Taken by another thread meanwhile, it does not come back.
+    EXPECT_TRUE(mutex->MutexAcquire(0));
+    const auto give = [&] { other.Run([&] { EXPECT_TRUE(mutex->MutexAcquire(0)); }); };
+    EXPECT_FALSE(mutex->Access()->ExecuteLeave(give, 1));
+    EXPECT_FALSE(mutex->MutexRelease());
+    other.Run([&] { EXPECT_TRUE(mutex->MutexRelease()); });
   }
-}
-
-TEST(MutexTest, ExecuteLeaveTellsWhenItCannotComeBack) {
-  const auto mutex = TMutex::Make();
-  TWorker other;
-  ASSERT_TRUE(mutex->MutexAcquire(0));
-  EXPECT_FALSE(mutex->Access()->ExecuteLeave(
-      [&] { other.Run([&] { EXPECT_TRUE(mutex->MutexAcquire(0)); }); }, 1));
-  EXPECT_FALSE(mutex->MutexRelease());
 }
 
 TEST(MutexTest, OutlivesItsHolderAndIsOutlivedByIt) {
   const auto mutex = TMutex::Make();
-  {
-    TWorker dying;
-    dying.Run([&] { EXPECT_TRUE(mutex->MutexAcquire(0)); });
-  }
+  const auto acquire = [&] { EXPECT_TRUE(mutex->MutexAcquire(NoTimeLimit)); };
+  TWorker().Run(acquire);
   EXPECT_TRUE(mutex->MutexAcquire(0));
   EXPECT_TRUE(mutex->MutexRelease());
+  TWorker dying;
+  dying.Run(acquire);
   {
-    TWorker dying;
-    TWorker waiting;
-    dying.Run([&] { EXPECT_TRUE(mutex->MutexAcquire(0)); });
-    waiting.Start([&] { EXPECT_TRUE(mutex->MutexAcquire(NoTimeLimit)); });
-    waiting.WaitUntilBlocked();
+    const TBlocked waiting(1, acquire);
     dying.End();
-    waiting.Wait();
   }
   // Dropped while a thread holds them, and the thread goes on with others.
   TWorker holder;
-  auto kept = TMutex::Make();
+  const auto kept = TMutex::Make();
   for (int i = 0; i < 10; ++i) {
-    auto dropped = TMutex::Make(u"talvo test dropped", false);
-    auto unnamed = TMutex::Make();
+    const auto dropped = TMutex::Make(u"talvo test dropped", false);
+    const auto unnamed = TMutex::Make();
     holder.Run([&] {
-      EXPECT_TRUE(dropped->MutexAcquire(0));
-      EXPECT_TRUE(kept->MutexAcquire(0));
-      EXPECT_TRUE(unnamed->MutexAcquire(0));
+      for (const auto& it : {dropped, kept, unnamed}) EXPECT_TRUE(it->MutexAcquire(0));
     });
   }
   holder.Run([&] {
     for (int i = 0; i < 10; ++i) EXPECT_TRUE(kept->MutexRelease());
   });
   EXPECT_TRUE(kept->MutexAcquire(0));
-}
-
-/// Runs `child` in a forked process; `parent` meanwhile in this one. `signal` ends the child.
-void InTwoProcesses(const std::function<void()>& child, const std::function<void()>& parent,
-                    int signal = 0) {
-  const pid_t process = fork();
-  ASSERT_GE(process, 0);
-  if (process == 0) {
-    child();
-    _exit(::testing::Test::HasFailure());
-  }
-  parent();
-  int status = 0;
-  ASSERT_EQ(process, waitpid(process, &status, 0));
-  EXPECT_EQ(signal, status);
 }
 
 TEST(NamedTest, ProcessesMeetByName) {
@@ -299,38 +250,35 @@ TEST(NamedTest, AMutexPassesOnFromAKilledProcess) {
 }
 
 TEST(NamedTest, TheNameGoesWithItsLastUser) {
-  auto first = TEvent::Make(u"talvo test life", ermManual, true);
-  auto second = TEvent::Make(u"talvo test life", ermAutomatic, false);
+  const auto open = [](bool isSignalled) {
+    return TEvent::Make(u"talvo test life", ermManual, isSignalled);
+  };
+  auto first = open(true);
+  auto second = open(false);
   first = nullptr;
-  EXPECT_TRUE(TEvent::Make(u"talvo test life", ermAutomatic, false)->WaitFor(0));
+  EXPECT_TRUE(open(false)->WaitFor(0));
   second = nullptr;
-  EXPECT_FALSE(TEvent::Make(u"talvo test life", ermAutomatic, false)->WaitFor(0));
+  EXPECT_FALSE(open(false)->WaitFor(0));
   // What a process leaves that ends without a word is nobody's.
-  InTwoProcesses([] { TEvent::Make(u"talvo test life", ermManual, true).Detach(); }, [] {});
-  EXPECT_FALSE(TEvent::Make(u"talvo test life", ermAutomatic, false)->WaitFor(0));
+  InTwoProcesses([&] { open(true).Detach(); });
+  EXPECT_FALSE(open(false)->WaitFor(0));
 }
 
 TEST(NamedTest, ManyComeAndGo) {
-  constexpr int rounds = 300;
   std::atomic<int> inside = 0;
-  const auto run = [&] {
-    for (int round = 0; round < rounds; ++round) {
+  const auto run = [&](uint32_t) {
+    for (int round = 0; round < 300; ++round) {
       const auto mutex = TMutex::Make(u"talvo test crowd", false);
       ASSERT_NE(0u, mutex->GetHandle());
-      mutex->Access()->Execute(
-          [&] {
-            EXPECT_EQ(0, inside++);
-            inside--;
-          },
-          NoTimeLimit);
       ASSERT_NE(0u, TEvent::Make(u"talvo test crowd", false)->GetHandle());
+      const auto lookAround = [&] {
+        EXPECT_EQ(0, inside++);
+        inside--;
+      };
+      mutex->Access()->Execute(lookAround, NoTimeLimit);
     }
   };
-  InTwoProcesses(run, [&] {
-    std::thread other(run);
-    run();
-    other.join();
-  });
+  InTwoProcesses([&] { run(0); }, [&] { RunAtATime(2, run); });
 }
 
 TEST(SyncStressTest, NoTurnIsLost) {
@@ -349,20 +297,74 @@ TEST(SyncStressTest, NoTurnIsLost) {
       {[&] { turn->WaitFor(NoTimeLimit); }, [&] { turn->Signal(); }},
       {[&] { seat->Decrement(NoTimeLimit); }, [&] { seat->Increment(1); }},
   };
-  std::vector<std::thread> running;
-  running.reserve(threads);
-  for (int i = 0; i < threads; ++i) {
-    running.emplace_back([&] {
-      for (int round = 0; round < rounds; ++round) {
-        TGate& gate = gates[round % 4];
-        gate.Enter();
-        ++gate.Count;
-        gate.Leave();
+  RunAtATime(threads, [&](uint32_t) {
+    for (int round = 0; round < rounds; ++round) {
+      TGate& gate = gates[round % 4];
+      gate.Enter();
+      ++gate.Count;
+      gate.Leave();
+    }
+  });
+  for (const TGate& gate : gates) EXPECT_EQ(threads * rounds / 4, gate.Count);
+}
+
+TEST(NamedTest, WhatOthersCanWriteToIsNotUsed) {
+  const std::string path = "/talvo-" + std::to_string(geteuid()) + "-event-talvo.test.open";
+  const int file = shm_open(path.c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_GE(file, 0);
+  EXPECT_EQ(0, fchmod(file, 0606));
+  EXPECT_EQ(0u, TEvent::Make(u"talvo.test.open", false)->GetHandle());
+  EXPECT_EQ(0, fchmod(file, 0600));
+  EXPECT_NE(0u, TEvent::Make(u"talvo.test.open", false)->GetHandle());
+  close(file);
+}
+
+TEST(EventTest, ASignalIsOwedToWhoeverWaits) {
+  TWorker first, second;
+  for (int round = 0; round < 20; ++round) {
+    const auto event = TEvent::Make();
+    for (TWorker* worker : {&first, &second}) {
+      worker->Start([&] { EXPECT_TRUE(event->WaitFor(10000)); });
+    }
+    for (TWorker* worker : {&first, &second}) worker->WaitUntilBlocked();
+    event->Signal();
+    event->Signal();
+    event->Reset();
+    first.Wait();
+    second.Wait();
+    EXPECT_FALSE(event->WaitFor(0));
+  }
+}
+
+TEST(SyncStressTest, SignalsAndTimeOutsMeet) {
+  // Whoever waits gives up after a moment, mostly just when it is signalled.
+  constexpr int signals = 3000;
+  const auto event = TEvent::Make();
+  const auto pace = TEvent::Make();
+  const auto ready = TSemaphore::Make(0, 2);
+  std::atomic<int> through = 0;
+  std::atomic<bool> isOver = false;
+  TWorker first, second;
+  for (TWorker* worker : {&first, &second}) {
+    worker->Start([&] {
+      while (!isOver) {
+        if (!event->WaitFor(1)) continue;
+        ++through;
+        ready->Increment(1);
       }
     });
   }
-  for (std::thread& thread : running) thread.join();
-  for (const TGate& gate : gates) EXPECT_EQ(threads * rounds / 4, gate.Count);
+  // As each signal is answered before the next, none is merged.
+  for (int signal = 0; signal < signals; ++signal) {
+    event->Signal();
+    ASSERT_TRUE(ready->Decrement(10000)) << signal;
+    if (signal % 4 == 0) pace->WaitFor(1);
+  }
+  isOver = true;
+  first.Wait();
+  second.Wait();
+  EXPECT_EQ(signals, through);
+  EXPECT_FALSE(event->WaitFor(0));
 }
 
 }  // namespace

@@ -1,19 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/threading/threads/ProcessingThread.h>
 
-#include <atomic>
-#include <gtest/gtest.h>
-#include <latch>
 #include <optional>
-#include <tests/threading/Workers.h>
-#include <talvo/runtime/Exceptions.h>
-#include <talvo/threading/Talvo.Threading.Utils.h>
-#include <talvo/threading/threads/SwallowedExceptions.h>
+#include <tests/threading/Fixtures.h>
 
 namespace Talvo {
 namespace {
 
-using Testing::TWorker;
+using namespace Testing;
 
 template <class F>
 concept IsCancelled = requires(IProcessingThread& thread, const F& item) {
@@ -31,26 +25,26 @@ class ProcessingThreadTest : public ::testing::Test {
       FLetters += isRun ? letter : static_cast<char>(letter - 'A' + 'a');
     };
   }
+  TProc<> Write(char letter) {
+    return [this, letter] { FLetters += letter; };
+  }
   /// Keeps the thread busy until Resume.
   void Hold() {
-    FIsHeld.emplace(1);
-    FMayGo.emplace(1);
-    FHolding = FThread->Process([this] {
-      FIsHeld->count_down();
-      FMayGo->wait();
-    });
-    FIsHeld->wait();
+    FGate = TGate();
+    FThread->Process(FGate);
+    FGate.WaitUntilEntered();
   }
-  void Resume() { FMayGo->count_down(); }
-  /// Waits until all that is queued has run.
-  void Settle() {
+  void Resume() { FGate.Open(); }
+  /// What has been written when all that is queued has run.
+  std::string Settled() {
+    Resume();
     FThread->ProcessBlocking([] {});
+    return std::exchange(FLetters, {});
   }
 
   std::string FLetters;
   TRef<IProcessingThread> FThread = TProcessingThread::MakeNamed(u"Worker");
-  std::optional<std::latch> FIsHeld, FMayGo;
-  TWorkItem FHolding;
+  TGate FGate;
 };
 
 TEST_F(ProcessingThreadTest, RunsInOrderOneAtATime) {
@@ -58,15 +52,13 @@ TEST_F(ProcessingThreadTest, RunsInOrderOneAtATime) {
   EXPECT_EQ(FThread->CountWaiting(), 0) << "the one that runs is not counted";
   const TWorkItem c = Letter('C');
   EXPECT_TRUE(FThread->Process(c) == c);
-  FThread->Process(TProc<>([&] { FLetters += 'D'; }));
+  FThread->Process(Write('D'));
   FThread->Process([&] { FLetters += 'E'; });
   FThread->Process(Letter('B'), /*isFirst*/ true);
-  FThread->Process([&] { FLetters += 'A'; }, /*isFirst*/ true);
+  FThread->Process(Write('A'), /*isFirst*/ true);
   FThread->Process(c);
   EXPECT_EQ(FThread->CountWaiting(), 6);
-  Resume();
-  Settle();
-  EXPECT_EQ(FLetters, "ABCDEC");
+  EXPECT_EQ(Settled(), "ABCDEC");
   EXPECT_EQ(FThread->CountWaiting(), 0);
   EXPECT_THROW(FThread->Process(TProc<>()), EAssertionFailed);
   EXPECT_THROW(FThread->Process(TWorkItem()), EAssertionFailed);
@@ -74,50 +66,29 @@ TEST_F(ProcessingThreadTest, RunsInOrderOneAtATime) {
   EXPECT_THROW(FThread->ProcessTerminated(nullptr), EAssertionFailed);
 }
 
-TEST_F(ProcessingThreadTest, ComesInManyMakesWithNamesAndPriority) {
-  const auto owner = Create<TComponent>(nullptr);
-  owner->SetName(u"Plant");
-  struct TCase {
-    TRef<IProcessingThread> Thread;
-    const char16_t* Name;
-  };
-  const TCase cases[] = {
-      {TProcessingThread::Make(), u"TProcessingThread"},
-      {TProcessingThread::Make(owner.Get(), nullptr), u"Plant.TProcessingThread"},
-      {TProcessingThread::CreateObject(owner.Get()), u"Plant.TProcessingThread"},
-      {TProcessingThread::MakeNamed(u"Own"), u"Own"},
-      {TProcessingThread::CreateObjectNamed(u"Own", nullptr), u"Own"},
-      {TProcessingThread::MakeComponent(owner.Get(), u"Part"), u"Plant.Part"},
-      {TProcessingThread::CreateObjectComponent(nullptr, u"Part"), u"Part"},
-  };
-  for (const auto& [thread, name] : cases) {
-    EXPECT_EQ(thread->Priority(), tpHighest);
-    string seen;
-    thread->ProcessBlocking([&] { seen = TBasicThread::GetName(); });
-    EXPECT_EQ(seen, name);
-    EXPECT_TRUE(As<IThread>(thread) == thread);
-  }
-}
-
 TEST_F(ProcessingThreadTest, TellsWhenTheQueueIsEmpty) {
   std::atomic<int> bursts = 0;
-  std::latch isTold(1);
   FThread = TProcessingThread::MakeNamed(u"", [&](const TRef<IProcessingThread>& thread) {
     EXPECT_TRUE(thread->IsInThread());
     TWorker().Run([&] { EXPECT_EQ(thread->CountWaiting(), 0); });  // no lock is held
-    if (bursts++ == 0) isTold.count_down();
+    ++bursts, bursts.notify_all();
   });
-  std::latch mayGo(1);
-  for (int i = 0; i < 100; ++i) FThread->Process([&] { mayGo.wait(); });
-  mayGo.count_down();
-  isTold.wait();
+  for (int i = 0; i < 100; ++i) FThread->Process(FGate);
+  Resume();
+  bursts.wait(0);
   FThread->Terminate();
   EXPECT_LE(bursts, 3) << "each burst, not each item";
+
+  FThread = TProcessingThread::Make(nullptr, [](const auto&) { throw EConvertError(u"no"); });
+  FThread->Process([] {});
+  FThread->WaitFor();
+  EXPECT_EQ(FailureOf(*FThread), "EConvertError: no");
+  FThread->ProcessBlocking([] {});  // nobody will run it
 }
 
 TEST_F(ProcessingThreadTest, SwallowsWhatItemsRaiseAndTellsTheHook) {
   FThread->Process([] { throw EConvertError(u"first"); });
-  Settle();
+  Settled();
   string heard;
   EXPECT_FALSE(SetSwallowedExceptionHook([&](const std::exception_ptr& failure) {
     TWorker().Run([&] { EXPECT_LE(FThread->CountWaiting(), 1); });  // no lock is held
@@ -130,86 +101,64 @@ TEST_F(ProcessingThreadTest, SwallowsWhatItemsRaiseAndTellsTheHook) {
     throw EIntOverflow(u"by the hook itself");
   }));
   FThread->ProcessBlocking([] { throw EConvertError(u"second"); });
-  Settle();
+  Settled();
   EXPECT_TRUE(SetSwallowedExceptionHook(nullptr));
   FThread->Process([] { throw EConvertError(u"third"); });
   FThread->Process(Letter('A'));
-  Settle();
+  EXPECT_EQ(Settled(), "A") << "the queue goes on";
   EXPECT_EQ(heard, u"second");
-  EXPECT_EQ(FLetters, "A") << "the queue goes on";
 }
 
 TEST_F(ProcessingThreadTest, BlockingCallersWaitForTheirItem) {
-  TWorker caller;
   Hold();
   FThread->Process(Letter('C'));
-  caller.Start([&] {
-    FThread->ProcessBlocking(Letter('B'), /*isFirst*/ true);
-    FThread->ProcessBlocking([&] { FLetters += 'D'; });
-  });
-  caller.WaitUntilBlocked();
-  EXPECT_EQ(FThread->CountWaiting(), 2);
-  Resume();
-  caller.Wait();
-  EXPECT_EQ(FLetters, "BCD");
-
-  // Told false, they return as well; the procedure is not called then.
-  Hold();
-  for (const bool isItem : {false, true}) {
-    caller.Start([&] {
-      if (isItem) {
-        FThread->ProcessBlocking(Letter('E'));
-      } else {
-        FThread->ProcessBlocking([&] { FLetters += '!'; });
-      }
+  {
+    const TStuck caller([&] {
+      FThread->ProcessBlocking(Letter('B'), /*isFirst*/ true);
+      FThread->ProcessBlocking(Write('D'));
     });
-    caller.WaitUntilBlocked();
-    FThread->Clear();
-    caller.Wait();
+    EXPECT_EQ(FThread->CountWaiting(), 2);
+    Resume();
   }
-  EXPECT_EQ(FLetters, "BCDe");
+  EXPECT_EQ(Settled(), "BCD");
 
-  // Given up, they return and leave their items behind.
-  TWorker second;
-  caller.Start([&] { FThread->ProcessBlocking(Letter('F')); });
-  caller.WaitUntilBlocked();
-  second.Start([&] { FThread->ProcessBlocking(Letter('G')); });
-  second.WaitUntilBlocked();
-  FThread->AbortBlocking();
-  caller.Wait();
-  second.Wait();
+  Hold();
+  {
+    // Told false, they return as well; the procedure is not called then.
+    const TStuck item([&] { FThread->ProcessBlocking(Letter('E')); });
+    const TStuck proc([&] { FThread->ProcessBlocking(Write('!')); });
+    FThread->Clear();
+  }
+  {
+    // Given up, they return and leave their items behind.
+    const TStuck first([&] { FThread->ProcessBlocking(Letter('F')); });
+    const TStuck second([&] { FThread->ProcessBlocking(Letter('G')); });
+    FThread->AbortBlocking();
+  }
   EXPECT_EQ(FThread->CountWaiting(), 2);
-  Resume();
-  Settle();
-  EXPECT_EQ(FLetters, "BCDeFG");
+  EXPECT_EQ(Settled(), "eFG");
+
+  Hold();
+  {
+    // Nor do they outwait the thread.
+    TStuck caller([&] { FThread->ProcessBlocking(Write('!')); });
+    const TStuck terminator([&] { FThread->Terminate(); });
+    EXPECT_TRUE(caller.IsBusy());
+    Resume();
+  }
+  FThread->ProcessBlocking(Write('!'));
+  EXPECT_EQ(FLetters, "");
 }
 
 TEST_F(ProcessingThreadTest, BlockingCallsOnTheThreadRunAtOnce) {
   Hold();
   FThread->Process([&] {
     FThread->ProcessBlocking(Letter('A'));
-    FThread->ProcessBlocking([&] { FLetters += 'B'; });
+    FThread->ProcessBlocking(Write('B'));
     EXPECT_THROW(FThread->ProcessBlocking([] { throw EConvertError(u"no"); }), EConvertError);
   });
   FThread->Process(Letter('C'));
-  Resume();
-  Settle();
-  EXPECT_EQ(FLetters, "ABC");
-}
-
-TEST_F(ProcessingThreadTest, BlockingCallersDoNotOutwaitTheThread) {
-  TWorker caller, terminator;
-  Hold();
-  caller.Start([&] { FThread->ProcessBlocking([&] { FLetters += '!'; }); });
-  caller.WaitUntilBlocked();
-  terminator.Start([&] { FThread->Terminate(); });
-  terminator.WaitUntilBlocked();
-  EXPECT_TRUE(caller.IsBusy());
-  Resume();
-  caller.Wait();
-  terminator.Wait();
-  FThread->ProcessBlocking([&] { FLetters += '!'; });
-  EXPECT_EQ(FLetters, "");
+  EXPECT_EQ(Settled(), "ABC");
 }
 
 TEST_F(ProcessingThreadTest, CancelTakesOutWhatWaits) {
@@ -222,85 +171,52 @@ TEST_F(ProcessingThreadTest, CancelTakesOutWhatWaits) {
   FThread->Cancel(Letter('C'));
   EXPECT_EQ(FLetters, "ac") << "told false, there or not";
   FThread->Cancel(nullptr);
-  Resume();
-  Settle();
+  TWorkItem itself;
+  itself = FThread->Process([&] { FThread->Cancel(itself); });
+  EXPECT_EQ(Settled(), "acBA");
   FThread->Cancel(b);
-  EXPECT_EQ(FLetters, "acBAb") << "and when it has run";
+  EXPECT_EQ(FLetters, "b") << "and when it has run";
 }
 
 TEST_F(ProcessingThreadTest, ItemsAreToldFalseInsideTheSection) {
-  TWorker other;
-  Hold();
-  int waiting = -1, inside = -1;
-  const auto look = [&](const TRef<IProcessingThread>& thread, bool isRun) {
+  std::optional<TStuck> other;
+  const TWorkItem look = [&](const TRef<IProcessingThread>& thread, bool isRun) {
     EXPECT_FALSE(isRun);
-    other.Start([&] { waiting = FThread->CountWaiting(); });
-    other.WaitUntilBlocked();
-    inside = thread->CountWaiting();  // the caller itself may come back
+    // The caller itself may come back.
+    FLetters += static_cast<char>('0' + thread->CountWaiting());
+    other.emplace([&] { EXPECT_EQ(FThread->CountWaiting(), 0); });
   };
-  FThread->Cancel(FThread->Process(TWorkItem(look)));
-  other.Wait();
-  EXPECT_EQ(inside, 0);
-  EXPECT_EQ(waiting, 0);
-  FThread->Process(TWorkItem(look));
+  Hold();
+  FThread->Cancel(FThread->Process(look));
+  other.reset();
+  EXPECT_EQ(FLetters, "0");
+  FThread->Process(look);
   FThread->Clear();
-  other.Wait();
-  EXPECT_EQ(inside, 1) << "they leave the queue together, when all are told";
-  EXPECT_EQ(waiting, 0);
+  other.reset();
+  EXPECT_EQ(FLetters, "01") << "they leave the queue together, when all are told";
   Resume();
 }
 
 TEST_F(ProcessingThreadTest, CancelWaitsForWhatRuns) {
-  TWorker canceller, second, third;
-  Hold();
-  canceller.Start([&] { FThread->Cancel(FHolding); });
-  canceller.WaitUntilBlocked();
-  // The section is held as long.
-  int waiting = -1;
-  second.Start([&] { waiting = FThread->CountWaiting(); });
-  second.WaitUntilBlocked();
-  third.Start([&] { FThread->Cancel(FHolding); });
-  third.WaitUntilBlocked();
-  Resume();
-  canceller.Wait();
-  second.Wait();
-  third.Wait();
-  EXPECT_EQ(waiting, 0);
-}
-
-TEST_F(ProcessingThreadTest, WhatIsWaitedForMayUseItsThread) {
-  TWorker canceller;
-  std::latch isRunning(1), mayGo(1);
   const TWorkItem item = FThread->Process([&] {
-    isRunning.count_down();
-    mayGo.wait();
+    FGate();
+    // Whoever is waited for may use its thread.
     FThread->Process(Letter('A'));
     FThread->Process(Letter('B'));
     EXPECT_EQ(FThread->CountWaiting(), 2);
     FThread->Clear();
     FThread->Process(Letter('C'));
   });
-  isRunning.wait();
+  FGate.WaitUntilEntered();
   // Under a call that holds the section already, too.
   const TWorkItem outer = [&](const TRef<IProcessingThread>&, bool) { FThread->Cancel(item); };
-  canceller.Start([&] { FThread->Cancel(outer); });
-  canceller.WaitUntilBlocked();
-  mayGo.count_down();
-  canceller.Wait();
-  Settle();
-  EXPECT_EQ(FLetters, "abC");
-}
-
-TEST_F(ProcessingThreadTest, ItemsMayCancelThemselves) {
-  TWorkItem item;
-  Hold();
-  item = FThread->Process([&] {
-    FThread->Cancel(item);
-    FLetters += 'A';
-  });
-  Resume();
-  Settle();
-  EXPECT_EQ(FLetters, "A");
+  {
+    const TStuck first([&] { FThread->Cancel(outer); });
+    const TStuck second([&] { FThread->Cancel(item); });
+    const TStuck other([&] { FThread->CountWaiting(); });  // the section is held as long
+    Resume();
+  }
+  EXPECT_EQ(Settled(), "abC");
 }
 
 TEST_F(ProcessingThreadTest, ClearTellsAllThatWaits) {
@@ -314,139 +230,77 @@ TEST_F(ProcessingThreadTest, ClearTellsAllThatWaits) {
     thread->Process(Letter('C'));  // told as well
     thread->Clear();               // by the call that goes on
   });
+  FThread->Process(Write('!'));  // procedures are not called then
   FThread->Process(Letter('B'));
   EXPECT_THROW(FThread->Clear(), EConvertError);
   EXPECT_EQ(FLetters, "a");
-  EXPECT_EQ(FThread->CountWaiting(), 3) << "all stay";
+  EXPECT_EQ(FThread->CountWaiting(), 4) << "all stay";
   FThread->Clear();
-  EXPECT_EQ(FLetters, "aabc");
   EXPECT_EQ(FThread->CountWaiting(), 0);
-  Resume();
-  Settle();
-  EXPECT_EQ(FLetters, "aabc");
+  EXPECT_EQ(Settled(), "aabc");
 }
 
-TEST_F(ProcessingThreadTest, ItemsRunWithNoLockHeld) {
-  TWorker other;
-  std::latch hasRun(1);
-  FThread->Process([&] {
-    other.Run([&] {
-      FThread->Process(Letter('A'));
-      FThread->Clear();
-      FThread->AbortBlocking();
+TEST_F(ProcessingThreadTest, EndedFromOutsideItDropsItsQueue) {
+  const auto carried = std::make_shared<int>();
+  for (const bool isByTerminate : {false, true}) {
+    SCOPED_TRACE(isByTerminate);
+    FThread = TProcessingThread::Make();
+    Hold();
+    const TGate inFront;
+    FThread->Process(inFront);
+    FThread->Process([carried, this] { FLetters += '!'; });
+    Resume();
+    inFront.WaitUntilEntered();
+    TStuck ending([this, isByTerminate] {
+      if (isByTerminate) return FThread->Terminate();
+      FThread = nullptr;
     });
-    hasRun.count_down();
-  });
-  hasRun.wait();
-  EXPECT_EQ(FLetters, "a");
-}
-
-TEST_F(ProcessingThreadTest, TerminatedFromOutsideItDropsItsQueue) {
-  TWorker terminator;
-  Hold();
-  auto carried = std::make_shared<int>();
-  const std::weak_ptr<int> watch = carried;
-  FThread->Process([carried = std::move(carried), this] { FLetters += '!'; });
-  terminator.Start([&] { FThread->Terminate(); });
-  terminator.WaitUntilBlocked();
-  EXPECT_TRUE(FThread->IsTerminated());
-  FThread->Terminate();  // the second time: at once
-  Resume();
-  terminator.Wait();
-  EXPECT_EQ(FThread->CountWaiting(), 1);
-  FThread = nullptr;
-  EXPECT_EQ(FLetters, "") << "neither run nor told";
-  EXPECT_TRUE(watch.expired()) << "what waited ends with the object";
-}
-
-TEST_F(ProcessingThreadTest, TerminatedOnItselfItRunsItsQueue) {
-  FThread->ProcessTerminated([&] { FLetters += 'X'; });
-  Hold();
-  FThread->Process([&] {
-    FThread->Terminate();
-    FLetters += 'T';
-  });
-  FThread->Process([&] {
-    FThread->Process(Letter('C'));
-    throw EConvertError(u"swallowed too");
-  });
-  FThread->Process(Letter('B'));
-  Resume();
-  FThread->WaitFor();
-  EXPECT_EQ(FLetters, "BCTX");
+    if (isByTerminate) {
+      EXPECT_TRUE(FThread->IsTerminated());
+      FThread->Terminate();  // the second time: at once
+    }
+    inFront.Open();
+    ending.Wait();
+    EXPECT_EQ(FThread ? FThread->CountWaiting() : 1, 1) << "neither run nor told";
+    FThread = nullptr;
+    EXPECT_EQ(FLetters, "");
+    EXPECT_EQ(carried.use_count(), 1) << "what waited ends with the object";
+  }
 }
 
 TEST_F(ProcessingThreadTest, RunsItsLastProceduresInTheSection) {
-  TWorker other;
-  std::atomic<bool> isIn = false;
+  std::optional<TStuck> other;
   const TProc<> first = [&] {
-    FLetters += 'X';
     EXPECT_TRUE(FThread->IsInThread());
-    other.Start([&] { isIn = FThread->CountWaiting() == 0; });
-    other.WaitUntilBlocked();
-    EXPECT_FALSE(isIn);
+    other.emplace([&] { FThread->CountWaiting(); });
+    EXPECT_TRUE(other->IsBusy());
+    FLetters += 'X';
   };
   EXPECT_TRUE(FThread->ProcessTerminated(first) == first);
   FThread->ProcessTerminated([&] {
     FLetters += 'Y';
     throw EConvertError(u"last");
   });
-  FThread->ProcessTerminated([&] { FLetters += 'Z'; });
+  FThread->ProcessTerminated(Write('!'));
   FThread->Terminate();
-  other.Wait();
   EXPECT_EQ(FLetters, "XY");
-  EXPECT_THROW(std::rethrow_exception(FThread->GetInstance()->FatalException()), EConvertError);
+  EXPECT_EQ(FailureOf(*FThread), "EConvertError: last");
 }
-
-TEST_F(ProcessingThreadTest, WhatOnEmptyRaisesEndsIt) {
-  FThread = TProcessingThread::Make(nullptr, [](const auto&) { throw EConvertError(u"no"); });
-  FThread->Process([] {});
-  FThread->WaitFor();
-  EXPECT_THROW(std::rethrow_exception(FThread->GetInstance()->FatalException()), EConvertError);
-  FThread->ProcessBlocking([] {});  // nobody will run it
-}
-
-TEST_F(ProcessingThreadTest, TheLastReferenceStopsAndWaits) {
-  TWorker dropper;
-  Hold();
-  FThread->Process([&] { FLetters += '!'; });
-  bool isGone = false;
-  dropper.Start([&] {
-    FThread = nullptr;
-    isGone = true;
-  });
-  dropper.WaitUntilBlocked();
-  EXPECT_FALSE(isGone);
-  Resume();
-  dropper.Wait();
-  EXPECT_EQ(FLetters, "");
-}
-
-/// Counts the ends of threads of the library.
-struct TEnds {
-  std::atomic<int> Count = 0;
-  TProc<> Link = RegisterThreadEndNotify([this] {
-    ++Count;
-    Count.notify_all();
-  });
-  void Wait() { Count.wait(0); }
-  ~TEnds() { UnRegisterThreadEndNotify(Link); }
-};
 
 // The object goes on its own thread; AddressSanitizer watches what is touched afterwards.
 TEST_F(ProcessingThreadTest, LastReferencesMayGoOnTheThreadItself) {
-  FThread = nullptr;
   enum TWay { ByItem, ByWhatItCarried, ByBorrowedCopy, ByOnEmpty, ByDrainedItem };
   for (const TWay way : {ByItem, ByWhatItCarried, ByBorrowedCopy, ByOnEmpty, ByDrainedItem}) {
     SCOPED_TRACE(way);
-    TEnds ends;
+    FThread = nullptr;
     FLetters.clear();
-    std::latch isSet(1);
+    const TNotices notices;
+    const TGate gate;
     auto thread = TProcessingThread::Make(nullptr, [&](const auto&) {
       if (way == ByOnEmpty) FThread = nullptr;
     });
-    thread->ProcessTerminated([&] { FLetters += 'X'; });
-    thread->Process([&] { isSet.wait(); });
+    thread->ProcessTerminated(Write('X'));
+    thread->Process(gate);
     thread->Process([&, carried = way == ByWhatItCarried ? thread : nullptr](
                         const TRef<IProcessingThread>& self, bool) {
       TRef<IProcessingThread> copy;
@@ -456,18 +310,69 @@ TEST_F(ProcessingThreadTest, LastReferencesMayGoOnTheThreadItself) {
       FLetters += 'A';
     });
     thread->Process([&] {
-      if (way == ByDrainedItem) FThread = nullptr;
       FLetters += 'B';
+      if (way != ByDrainedItem) return;
+      FThread->Process(Write('D'));
+      FThread = nullptr;
+      throw EConvertError(u"swallowed too");
     });
-    thread->Process([&] { FLetters += 'C'; });
+    thread->Process(Write('C'));
     FThread = way == ByWhatItCarried ? nullptr : thread;
     thread = nullptr;
-    isSet.count_down();
-    ends.Wait();
+    gate.Open();
+    notices.WaitForEnds(1);
     EXPECT_FALSE(FThread);
-    const char* expected[] = {"BCAX", "ABCX", "ABCX", "ABCX", "BCAX"};
+    // Where the thread is ended within an item, what waits runs within it, too.
+    const char* expected[] = {"BCAX", "ABCX", "ABCX", "ABCX", "BCDAX"};
     EXPECT_EQ(FLetters, expected[way]);
   }
+}
+
+TEST_F(ProcessingThreadTest, CancelWaitsForWhatTerminateRuns) {
+  Hold();
+  FThread->Process([this] { FThread->Terminate(); });
+  const TGate gate;
+  const TWorkItem drained =
+      FThread->Process(TWorkItem([&](const TRef<IProcessingThread>&, bool isRun) {
+        EXPECT_TRUE(isRun);
+        gate();
+        FLetters += 'A';
+      }));
+  FThread->Process(Write('B'));
+  Resume();
+  gate.WaitUntilEntered();
+  {
+    const TStuck canceller([&] {
+      FThread->Cancel(drained);
+      EXPECT_EQ(FLetters[0], 'A');
+    });
+    gate.Open();
+  }
+  FThread->WaitFor();
+  EXPECT_EQ(FLetters, "AB");
+}
+
+TEST_F(ProcessingThreadTest, ClearTellsWhatIsAddedInFrontMeanwhile) {
+  Hold();
+  FThread->Process(TWorkItem([&](const TRef<IProcessingThread>&, bool) {
+    const TWorkItem dropped = FThread->Process(Letter('X'), /*isFirst*/ true);
+    FThread->Process(Letter('A'), /*isFirst*/ true);
+    FThread->Process(Letter('C'));
+    FThread->Cancel(dropped);
+  }));
+  FThread->Process(Letter('B'));
+  FThread->Clear();
+  EXPECT_EQ(FThread->CountWaiting(), 0);
+  EXPECT_EQ(Settled(), "xabc");
+}
+
+TEST_F(ProcessingThreadTest, BlockingCallsReturnFromAThreadThatDidNotBegin) {
+  const TProc<> link = RegisterThreadStartNotify([] { throw EAssertionFailed(u"not today"); });
+  FThread = TProcessingThread::MakeNamed(u"Never");
+  FThread->WaitFor();
+  UnRegisterThreadStartNotify(link);
+  FThread->ProcessBlocking(Letter('A'));
+  EXPECT_EQ(FLetters, "");
 }
 
 }  // namespace
