@@ -57,11 +57,22 @@ void FailEverywhere(THandOver&& handOver, TRunOthers&& runOthers) {
   EXPECT_GT(failed, 0) << "there was something to fail";
 }
 
-TEST(NoMemoryTest, WhatCouldNotBeHandedOverNeverRuns) {
+TEST(NoMemoryTest, WhatAThreadWithAWindowCouldNotTakeNeverRuns) {
   const auto thread = THiddenWindowThread::Make(u"Poor");
-  FailEverywhere([&](auto code) { thread->Process(code); }, [&] { thread->Process([] {}); });
+  FailEverywhere([&](auto code) { thread->Process(code); },
+                 [&] {
+                   // With one more, a number of messages that comes to each place in a block of
+                   // the queue, however many allocations fail in between.
+                   for (int i = 0; i < 6; ++i) thread->Process([] {});
+                 });
+}
+
+TEST(NoMemoryTest, WhatTheMainThreadCouldNotTakeNeverRuns) {
   FailEverywhere([](auto code) { MainThread::Execute(nullptr, true, code, false); },
-                 [] { MainThread::ProcessMessages(); });
+                 [] {
+                   MainThread::ProcessMessages();
+                   MainThread::ProcessExecuteQueueAll();
+                 });
 }
 
 TEST(NoMemoryTest, AThreadWithAWindowEndsWithoutMemory) {

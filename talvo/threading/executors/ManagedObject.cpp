@@ -5,10 +5,6 @@
 
 namespace Talvo {
 
-TManagedInterfacedObject::~TManagedInterfacedObject() {
-  if (FHasDefaults) TManagedInterfacedObject::DestroyDefaults();
-}
-
 void TManagedInterfacedObject::InitDefaults() {
   ClassDefaults().InitClassDefaults(*this);
 }
@@ -27,14 +23,16 @@ void TManagedInterfacedObject::Construct() {
   FHasDefaults = true;
 }
 
+void TManagedInterfacedObject::ConstructionFailed() noexcept {
+  if (FHasDefaults) DestroyDefaults();
+  TInterfacedObject::ConstructionFailed();
+}
+
 void TManagedInterfacedObject::BeforeDestruction() {
   // The last step must come even if the one before it raises.
   struct TLast {
     TManagedInterfacedObject& Object;
-    ~TLast() {
-      Object.FHasDefaults = false;
-      Object.DestroyDefaults();
-    }
+    ~TLast() { Object.DestroyDefaults(); }
   } last{*this};
   BeforeDestroyDefaults();
   TInterfacedObject::BeforeDestruction();

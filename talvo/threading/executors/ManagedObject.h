@@ -7,12 +7,8 @@
 namespace Talvo {
 
 /// Calls class management at the turns of its life; descendants may add to each. All three run on
-/// the complete object. When the construction fails behind InitDefaults, class management is told
-/// of the end by the destructor instead.
+/// the complete object.
 class TALVO_API TManagedInterfacedObject : public TInterfacedObject {
- public:
-  ~TManagedInterfacedObject() override;
-
  protected:
   TManagedInterfacedObject() noexcept = default;
 
@@ -20,10 +16,12 @@ class TALVO_API TManagedInterfacedObject : public TInterfacedObject {
   virtual void InitDefaults();
   /// The object is about to end.
   virtual void BeforeDestroyDefaults();
-  /// The object ends now: behind BeforeDestroyDefaults, in front of the destructors.
+  /// The object ends now: behind BeforeDestroyDefaults, in front of the destructors. All that comes
+  /// when the construction fails behind InitDefaults.
   virtual void DestroyDefaults() noexcept;
 
   void Construct() override;
+  void ConstructionFailed() noexcept override;
   void BeforeDestruction() override;
 
  private:

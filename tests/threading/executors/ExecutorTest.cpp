@@ -442,16 +442,38 @@ TEST_F(ThreadPoolTest, WorkAddedWhileTheEndWaitsIsLetGo) {
   EXPECT_TRUE(late->WaitFor(0));
 }
 
+// One thread adds work from inside the pool's section: the other one has run dry, is too many, and
+// waits for the section to leave.
 TEST_F(ThreadPoolTest, NoWorkRunsOnAThreadThatLeaves) {
   std::atomic<int> cutOff = 0;
-  for (int round = 0; round < 2'000; ++round) {
+  for (int round = 0; round < 300; ++round) {
     const auto pool = TThreadPoolExecutor::Make(2);
-    for (int i = 0; i < 4; ++i) pool->Execute([] {});
-    pool->SetCount(1);
+    pool->SetPriority(tpNormal);
     const auto task = TExecutionTask::Make();
-    for (int i = 0; i < 3; ++i) {
-      task->Add(pool->Execute([&] { cutOff += TThread::CurrentThread()->Terminated(); }));
-    }
+    std::atomic<bool> isHere = false, isThere = false, mayGoOn = false, mayEnd = false;
+    std::vector<TRef<IExecution>> added;
+    task->Add(pool->Execute([&] {
+      isHere = true;
+      WaitUntilSet(mayGoOn);
+      const auto worker = Supports<IProcessingThread>(TThread::CurrentThread());
+      mayEnd = true;
+      for (int i = 0; i < 200; ++i) {
+        worker->Cancel(worker->Process(TWorkItem([&](const TRef<IProcessingThread>&, bool) {
+          added.push_back(pool->Execute([&] { cutOff += TThread::CurrentThread()->Terminated(); }));
+        })));
+      }
+    }));
+    WaitUntilSet(isHere);
+    task->Add(pool->Execute([] {}));  // waits at the first thread, so that a second one is made
+    task->Add(pool->Execute([&] {
+      isThere = true;
+      WaitUntilSet(mayEnd);
+    }));
+    WaitUntilSet(isThere);
+    pool->SetCount(1);
+    mayGoOn = true;
+    task->WaitFor(NoTimeLimit);
+    for (const auto& job : added) job->WaitFor(NoTimeLimit);
   }
   EXPECT_EQ(cutOff, 0);
 }
