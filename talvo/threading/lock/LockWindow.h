@@ -28,6 +28,7 @@ class TLock::TWindow {
   Detail::TLockThread& FSelf;
 };
 
+/// Is inside IntLock.
 class TLock::TIntGuard {
  public:
   explicit TIntGuard(TLock& lock) : FLock(lock) { FLock.IntLock(); }
