@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/platform/Thread.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -52,8 +51,11 @@ int StartThread(TThreadHandle& handle, void* (*entry)(void*), void* argument) no
 }
 
 void JoinThread(TThreadHandle handle) noexcept {
-  // A thread that would wait for itself, as it does in its last destructors, is not joined.
-  if (pthread_join(handle, nullptr) == EDEADLK) pthread_detach(handle);
+  if (pthread_equal(handle, pthread_self())) {
+    pthread_detach(handle);  // in its last destructors a thread may end its own object
+  } else {
+    pthread_join(handle, nullptr);
+  }
 }
 
 void DetachCurrentThread() noexcept {

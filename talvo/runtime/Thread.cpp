@@ -156,7 +156,24 @@ void TThreadState::Guarded(F&& code) noexcept {
 TThread::TThread(bool isSuspended) : FState(Create<Detail::TThreadState>(this, isSuspended)) {}
 
 TThread::~TThread() {
-  if (IsCurrent()) FState->Orphan();
+  if (IsCurrent()) {
+    FState->Orphan();
+  } else {
+    // It has ended, unless a descendant's BeforeDestruction raised.
+    FState->IsTerminated = true;
+    FState->Join();
+  }
+}
+
+void TThread::Stop() {
+  struct TThen {
+    TThread& Thread;
+    ~TThen() {
+      Thread.FState->IsTerminated = true;
+      Thread.WaitFor();
+    }
+  } then{*this};
+  Terminate();
 }
 
 void TThread::AfterConstruction() {
@@ -168,19 +185,16 @@ void TThread::AfterConstruction() {
 void TThread::ConstructionFailed() noexcept {
   if (FState->StartStep != Detail::TThreadState::NotStarted) {
     try {
-      Terminate();
+      Stop();
     } catch (...) {
       // There is an exception under way already.
     }
-    FState->IsTerminated = true;
-    WaitFor();
   }
   TBasicObject::ConstructionFailed();
 }
 
 void TThread::BeforeDestruction() {
-  if (!Terminated()) Terminate();
-  WaitFor();
+  Terminated() ? WaitFor() : Stop();
   TBasicObject::BeforeDestruction();
 }
 

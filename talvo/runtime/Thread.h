@@ -69,6 +69,9 @@ class TALVO_API TThread : public TBasicObject {
   virtual void Execute() = 0;
   /// Runs on the thread when Execute has ended, in whatever way; not when the object has.
   virtual void DoTerminate();
+  /// Terminates the thread and waits for it. What Terminate raises comes out, and the thread has
+  /// ended all the same: it must not run on without its object.
+  void Stop();
   /// Whether the caller is this very thread.
   bool IsCurrent() const noexcept;
   /// `notice` runs on the thread in place of DoTerminate when the object has ended on it.

@@ -16,7 +16,8 @@ namespace Talvo {
 
 /// From here on `proc` is called on every thread of the library as it starts, or ends. Returns
 /// `proc`, for the removal; an empty one is not registered. Each call adds it once more. What it
-/// raises ends the thread that starts, before it has done anything.
+/// raises ends the thread that starts, before it has done anything: work that a pool has given to
+/// that thread never runs.
 TALVO_API TProc<> RegisterThreadStartNotify(TProc<> proc);
 TALVO_API TProc<> RegisterThreadEndNotify(TProc<> proc);
 /// Takes `proc` back once. When this returns, `proc` does not run on another thread. From a

@@ -226,5 +226,42 @@ TEST(ThreadTest, ForkedChildrenHaveNoneToWaitFor) {
   mayEnd.count_down();
 }
 
+/// Raises where it is told to end.
+class TStubbornThread : public TThread {
+ public:
+  TStubbornThread(bool raisesInTerminate, std::atomic<bool>& isRunning)
+      : FRaisesInTerminate(raisesInTerminate), FIsRunning(isRunning) {}
+  void Terminate() override {
+    if (FRaisesInTerminate) throw EAssertionFailed(u"no");
+    TThread::Terminate();
+  }
+
+ protected:
+  void Execute() override {
+    FIsRunning = true;
+    while (!Terminated()) std::this_thread::yield();
+    FIsRunning = false;
+  }
+  void BeforeDestruction() override {
+    if (!FRaisesInTerminate) throw EAssertionFailed(u"no");
+    TThread::BeforeDestruction();
+  }
+
+ private:
+  const bool FRaisesInTerminate;
+  std::atomic<bool>& FIsRunning;
+};
+
+TEST(ThreadTest, EndsBeforeItsObjectWhateverIsRaised) {
+  for (const bool raisesInTerminate : {true, false}) {
+    std::atomic<bool> isRunning = false;
+    {
+      const auto thread = Create<TStubbornThread>(raisesInTerminate, isRunning);
+      while (!isRunning) std::this_thread::yield();
+    }
+    EXPECT_FALSE(isRunning);
+  }
+}
+
 }  // namespace
 }  // namespace Talvo

@@ -26,11 +26,11 @@ class TThreadPoolExecutor::TPool::TWakeUp {
 };
 
 /// A stay in the section that changes the threads, the tasks or their limits.
-class TThreadPoolExecutor::TPool::TInside {
+class TThreadPoolExecutor::TPool::TChange {
  public:
-  explicit TInside(TPool& pool) : FPool(pool) { FPool.Section.Enter(); }
-  TInside(const TInside&) = delete;
-  ~TInside() {
+  explicit TChange(TPool& pool) : FPool(pool) { FPool.Section.Enter(); }
+  TChange(const TChange&) = delete;
+  ~TChange() {
     FPool.NoteMore();
     FPool.Section.Leave();
   }
@@ -40,12 +40,12 @@ class TThreadPoolExecutor::TPool::TInside {
 };
 
 void TThreadPoolExecutor::TPool::SetCount(int32_t value) {
-  const TInside inside(*this);
+  const TChange change(*this);
   FCount = value;
 }
 
 void TThreadPoolExecutor::TPool::SetGroupSize(uint32_t value) {
-  const TInside inside(*this);
+  const TChange change(*this);
   FGroupSize = value;
 }
 
@@ -65,7 +65,7 @@ void TThreadPoolExecutor::TPool::Add(const TRef<TExecution>& task) {
 bool TThreadPoolExecutor::TPool::TryAdd(const TRef<TExecution>& task) {
   TRef<TExecution> failed;
   TWakeUp wakeUp;
-  const TInside inside(*this);
+  const TChange change(*this);
   if (FHasEnded) {
     task->LeavePool();
     return false;
@@ -91,7 +91,7 @@ bool TThreadPoolExecutor::TPool::TryAdd(const TRef<TExecution>& task) {
 
 void TThreadPoolExecutor::TPool::ProcessQueue() {
   TWakeUp wakeUp;
-  const TInside inside(*this);
+  const TChange change(*this);
   Dispatch(wakeUp);
 }
 
@@ -168,7 +168,7 @@ void TThreadPoolExecutor::TPool::OnEmpty(TWorker& worker) {
   if (!__atomic_load_n(&FHasMore, __ATOMIC_RELAXED)) return;
   TRef<TWorker> surplus;
   {
-    const TInside inside(*this);
+    const TChange change(*this);
     // The pool's end waits for no code on a thread that has left.
     if (!worker.Queue.IsWithin(0)) return;
     const auto found = std::ranges::find(FThreads, &worker, &TRef<TWorker>::Get);
@@ -192,7 +192,7 @@ void TThreadPoolExecutor::TPool::End() {
   decltype(FThreads) threads;
   TTasks dropped;
   {
-    const TInside inside(*this);
+    const TChange change(*this);
     dropped = FTasks.Leave();
     FHasEnded = true;
     threads.swap(FThreads);

@@ -65,7 +65,7 @@ class TThreadPoolExecutor::TPool final : public TInterfacedObject, public Detail
 
  private:
   friend class TExecution;
-  class TInside;
+  class TChange;
   class TWakeUp;
 
   bool TryAdd(const TRef<TExecution>& task);

@@ -77,4 +77,13 @@ void TThreadPoolExecutor::BeforeDestroyDefaults() {
   FPool->End();
 }
 
+void TThreadPoolExecutor::ConstructionFailed() noexcept {
+  try {
+    FPool->End();
+  } catch (...) {
+    // What failed already is told.
+  }
+  TImplements::ConstructionFailed();
+}
+
 }  // namespace Talvo

@@ -67,6 +67,7 @@ class TALVO_API TThreadPoolExecutor
 
  protected:
   void BeforeDestroyDefaults() override;
+  void ConstructionFailed() noexcept override;
 
  private:
   class TPool;

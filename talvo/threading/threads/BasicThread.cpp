@@ -43,18 +43,7 @@ void TBasicThread::InitDefaults() {
 }
 
 void TBasicThread::BeforeDestruction() {
-  struct TStop {
-    TBasicThread& Thread;
-    ~TStop() {
-      // Whatever Terminate raised: the thread must not run on without its object.
-      Thread.TThread::Terminate();
-      Thread.WaitFor();
-    }
-  };
-  {
-    const TStop stop{*this};
-    Terminate();
-  }
+  Stop();
   ClassDefaults().BeforeDestruction(*this);
   TThread::BeforeDestruction();
 }

@@ -121,8 +121,8 @@ class TALVO_API TProcessingThread : public TImplements<TBasicThread, IProcessing
   ~TProcessingThread() override;
 
   /// A thread that runs from here on. `onEmpty`, which may be empty, is called on it each time the
-  /// queue has been worked off, with no lock held; what it raises ends the thread. Raises EThread
-  /// when the system has no room for another thread.
+  /// queue has been worked off, and when it is terminated at work, with no lock held; what it
+  /// raises ends the thread. Raises EThread when the system has no room for another thread.
   /// `Create...` answer the class, `Make...` the interface. The name is `name`, or for those with
   /// an owner the owner's, "." and `name`; without a name, that of the class takes its place.
   static TRef<TProcessingThread> CreateObjectNamed(string name,

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <talvo/threading/Guard.h>
 #include <talvo/threading/threads/SwallowedExceptions.h>
 
 namespace Talvo::Detail {
@@ -14,17 +15,6 @@ void AddLast(TLinkedNodes<T>& nodes, const T& item) {
   added.Add(item);
   nodes.LinkLast(added);
 }
-
-class TBlockingHold {
- public:
-  explicit TBlockingHold(Platform::TCriticalSection& section) : FSection(section) {
-    FSection.Enter();
-  }
-  ~TBlockingHold() { FSection.Leave(); }
-
- private:
-  Platform::TCriticalSection& FSection;
-};
 
 }  // namespace
 
@@ -77,7 +67,10 @@ void TWorkQueue::Add(const TProcessingThread& thread, const TWorkItem& item, boo
     if (isFirst) {
       TakeBack();
       FItems.AddFirst(item.Object());
-      if (FCleared >= 0) ++FCleared, ++FAddedFirst;
+      if (FIsClearing) {
+        ++FCleared;
+        ++FAddedFirst;
+      }
     } else {
       FItems.AddLast(TItem(item.Object()));
     }
@@ -121,8 +114,10 @@ bool TWorkQueue::PopInside(TItem& item) {
 }
 
 TWorkQueue::TItem TWorkQueue::TakeAt(int32_t index) {
-  if (FCleared >= index) --FCleared;
-  if (FAddedFirst > index) --FAddedFirst;
+  if (FIsClearing) {
+    if (FCleared >= index) --FCleared;
+    if (FAddedFirst > index) --FAddedFirst;
+  }
   return FItems.Remove(index);
 }
 
@@ -167,16 +162,17 @@ void TWorkQueue::WaitForStep(uint32_t& at, uint32_t step) {
 void TWorkQueue::Clear(TProcessingThread& thread) {
   const THold hold(*this, &thread);
   // Called by an item that is told false: the call it is in goes on to the others.
-  if (FCleared >= 0) return;
+  if (FIsClearing) return;
   TakeBack();
   TItemRing cleared;
   struct TDone {
     TWorkQueue& Queue;
     ~TDone() {
-      Queue.FCleared = -1;
+      Queue.FIsClearing = false;
       Queue.FAddedFirst = 0;
     }
   } done{*this};
+  FIsClearing = true;
   const TBorrowedRef<IProcessingThread> borrowed(thread);
   const auto tell = [&](int32_t index) {
     const TRef<TTarget> item(FItems.At(index));
@@ -191,7 +187,7 @@ void TWorkQueue::Clear(TProcessingThread& thread) {
 
 TWorkQueue::TWaiting::TWaiting(TWorkQueue& queue, TBlockingItem& item)
     : FQueue(queue), FItem(item) {
-  const TBlockingHold hold(FQueue.FBlockingSection);
+  const TInside hold(FQueue.FBlockingSection);
   if (FQueue.FHasEnded) return;
   AddLast(FQueue.FBlocking, &FItem);
   FIsListed = true;
@@ -199,7 +195,7 @@ TWorkQueue::TWaiting::TWaiting(TWorkQueue& queue, TBlockingItem& item)
 
 TWorkQueue::TWaiting::~TWaiting() {
   if (!FIsListed) return;
-  const TBlockingHold hold(FQueue.FBlockingSection);
+  const TInside hold(FQueue.FBlockingSection);
   FQueue.FBlocking.RemoveOne([&](const TBlockingItem* blocking) { return blocking == &FItem; });
 }
 
@@ -208,7 +204,7 @@ void TWorkQueue::TWaiting::Wait() const {
 }
 
 void TWorkQueue::ReleaseWaiting() {
-  const TBlockingHold hold(FBlockingSection);
+  const TInside hold(FBlockingSection);
   FBlocking.Find([](TBlockingItem* blocking) {
     blocking->Signal();
     return false;
@@ -216,7 +212,7 @@ void TWorkQueue::ReleaseWaiting() {
 }
 
 void TWorkQueue::End() {
-  const TBlockingHold hold(FBlockingSection);
+  const TInside hold(FBlockingSection);
   FHasEnded = true;
   ReleaseWaiting();
 }
@@ -300,7 +296,7 @@ void TWorkQueue::Drain(TProcessingThread& thread) {
     {
       const THold hold(*this, &thread);
       // A Clear under way tells all that is there.
-      if (FCleared >= 0 || !PopInside(item)) return;
+      if (FIsClearing || !PopInside(item)) return;
       FDrained = item.Get();
       __atomic_store_n(&FDrainStep, (FDrainStep & StepMask) + 1, __ATOMIC_RELEASE);
     }

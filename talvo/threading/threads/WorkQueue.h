@@ -93,8 +93,10 @@ class TWorkQueue final : public TInterfacedObject {
   // keep out. Set inside the section.
   uint32_t FGate = 0;     // atomic
   bool FIsAwake = false;  // the thread will look before it waits
-  // The index of the item that Clear is telling, and how many it has not told were added in front.
-  int32_t FCleared = -1;
+  // While Clear tells the items: the index of the one it is at, and how many that it has not told
+  // were added in front.
+  bool FIsClearing = false;
+  int32_t FCleared = 0;
   int32_t FAddedFirst = 0;
   TItemRing FItems;  // those lent come first
   TLinkedNodes<TProc<>> FTerminatedProcs;

@@ -576,5 +576,23 @@ TEST(ManagedObjectTest, APoolIsWholeWhenTheHookHearsOfItsEnd) {
   SetClassDefaults(before);
 }
 
+class TUnfinishedPool : public TThreadPoolExecutor {
+ public:
+  using TThreadPoolExecutor::TThreadPoolExecutor;
+
+ protected:
+  void AfterConstruction() override {
+    TThreadPoolExecutor::AfterConstruction();
+    Execute([] {})->WaitFor(NoTimeLimit);
+    throw ERangeError(u"");
+  }
+};
+
+TEST_F(ThreadPoolTest, AFailedConstructionEndsItsThreads) {
+  Testing::TNotices notices;
+  EXPECT_THROW(Create<TUnfinishedPool>(Do_Not_Use_This, nullptr, 1), ERangeError);
+  notices.WaitForEnds(1);
+}
+
 }  // namespace
 }  // namespace Talvo
