@@ -313,8 +313,9 @@ class TInterrupt {
 
 /// The host's own loop: it polls the library's descriptor beside its others.
 void RunUntilOver(TPipeline& pipeline, const TInterrupt& interrupt) {
-  pollfd waits[] = {{MainThread::WakeUpDescriptor(), POLLIN, 0},
-                    {interrupt.Descriptor(), POLLIN, 0}};
+  const int wakeUp = MainThread::WakeUpDescriptor();
+  if (wakeUp < 0) throw EInOutError(u"Cannot open the main thread's descriptor");
+  pollfd waits[] = {{wakeUp, POLLIN, 0}, {interrupt.Descriptor(), POLLIN, 0}};
   while (!pipeline.IsOver()) {
     if (poll(waits, std::size(waits), /*no limit*/ -1) < 0 && errno != EINTR) return;
     MainThread::ProcessMessages();
@@ -328,6 +329,8 @@ int Fail(const std::exception_ptr& failure) {
     std::rethrow_exception(failure);
   } catch (const std::exception& known) {
     std::cerr << "pipeline: " << known.what() << std::endl;
+  } catch (...) {
+    std::cerr << "pipeline: unknown failure" << std::endl;
   }
   return 1;
 }

@@ -77,6 +77,10 @@ class TWakeUp {
   TClock::time_point FDue = Never;
 };
 
+struct TPosted : TMessage {
+  uint64_t Number;  // of the queue's messages, from 1
+};
+
 struct TThreadQueue {
   explicit TThreadQueue(uint32_t thread) : Thread(thread) {}
 
@@ -87,33 +91,42 @@ struct TThreadQueue {
   }
   void Update() { WakeUp.Update(!Messages.empty() || IsNudged, NextDue()); }
   void Push(const TMessage& message) {
-    Messages.push_back(message);
+    Messages.push_back({message, LastNumber + 1});
+    ++LastNumber;
     Update();
     Changed.notify_one();
   }
-  bool Take(TMessage& message) { return TakeMessage(message) || TakeTimer(message, TClock::now()); }
-  bool TakeMessage(TMessage& message);
+  bool Take(TMessage& message) {
+    return TakeNudge(message) || TakeMessage(message, LastNumber) ||
+           TakeTimer(message, TClock::now());
+  }
+  bool TakeNudge(TMessage& message);
+  bool TakeMessage(TMessage& message, uint64_t lastNumber);
   bool TakeTimer(TMessage& message, TClock::time_point dueBy);
   void Drop(TWindowHandle window);
 
   const uint32_t Thread;
-  std::deque<TMessage> Messages;
+  std::deque<TPosted> Messages;
+  uint64_t LastNumber = 0;
   bool IsNudged = false;  // a message to nobody that needs no memory
   std::vector<TTimer> Timers;
   std::condition_variable Changed;  // only the thread itself waits
   TWakeUp WakeUp;                   // opened for the main thread alone
 };
 
-bool TThreadQueue::TakeMessage(TMessage& message) {
-  if (IsNudged) {
-    message = {};
-    IsNudged = false;
-  } else if (!Messages.empty()) {
-    message = Messages.front();
-    Messages.pop_front();
-  } else {
-    return false;
-  }
+bool TThreadQueue::TakeNudge(TMessage& message) {
+  if (!IsNudged) return false;
+  message = {};
+  IsNudged = false;
+  Update();
+  return true;
+}
+
+/// The next message, unless it came behind the one with the last number.
+bool TThreadQueue::TakeMessage(TMessage& message, uint64_t lastNumber) {
+  if (Messages.empty() || Messages.front().Number > lastNumber) return false;
+  message = Messages.front();
+  Messages.pop_front();
   Update();
   return true;
 }
@@ -335,8 +348,9 @@ int32_t ProcessMessages() {
     ++count;
     locked.lock();
   };
-  auto left = own.Messages.size() + own.IsNudged;
-  for (; left > 0 && own.TakeMessage(message); --left) dispatch();
+  const uint64_t lastNumber = own.LastNumber;
+  if (own.TakeNudge(message)) dispatch();
+  while (own.TakeMessage(message, lastNumber)) dispatch();
   while (own.TakeTimer(message, start)) dispatch();
   return count;
 }

@@ -260,5 +260,24 @@ TEST(MessageQueueTest, NudgesAreTakenOutAsOne) {
   EXPECT_FALSE(IsReadable());
 }
 
+TEST(MessageQueueTest, WhatComesMeanwhileTakesNoTurn) {
+  TNotes notes, passing;
+  const TWindowHandle window = AllocateHWnd(notes), brief = AllocateHWnd(passing);
+  notes.OnMessage = [&](TMessage& message) {
+    if (message.WParam != 1) return;
+    NudgeThread(ThreadId());
+    DeallocateHWnd(brief);
+    for (int i = 3; i <= 4; ++i) PostMessage(window, Number, i, 0);
+  };
+  PostMessage(window, Number, 1, 0);
+  for (int i = 0; i < 3; ++i) PostMessage(brief, Number, i, 0);
+  PostMessage(window, Number, 2, 0);
+  EXPECT_EQ(ProcessMessages(), 2);
+  EXPECT_EQ(notes.Numbers, (std::vector{1, 2}));
+  EXPECT_EQ(ProcessMessages(), 3) << "the nudge, too";
+  EXPECT_EQ(notes.Numbers, (std::vector{1, 2, 3, 4}));
+  DeallocateHWnd(window);
+}
+
 }  // namespace
 }  // namespace Talvo

@@ -30,14 +30,57 @@ fs::path NativePath(u16string_view path, u16string_view operation) {
   return ToUtf8(path, TSurrogates::Keep);
 }
 
-/// What a path stands for behind its symbolic links, whether or not it is there.
-fs::path BehindLinks(fs::path path) {
+bool IsInProc(const fs::path& path) {
+  std::error_code failure;  // the folder is not there
+  const fs::path folder = fs::canonical(path.parent_path() / ".", failure);
+  return (folder / "").native().starts_with("/proc/");
+}
+
+/// What a save writes to.
+struct TSaveTarget {
+  fs::path Path;
+  fs::file_status Old;
+  const char* Mode = "wb";
+  bool IsReplaced = false;  // by a new file; otherwise what stands there is opened
+};
+
+TSaveTarget SaveTargetOf(u16string_view path) {
   constexpr int MostLinks = 40;  // the system's own limit
   std::error_code failure;
-  for (int i = 0; i < MostLinks && fs::is_symlink(path, failure); ++i) {
-    path = path.parent_path() / fs::read_symlink(path, failure);
+  TSaveTarget target{.Path = NativePath(path, u"write"), .Old = {}};
+  target.Old = fs::status(target.Path, failure);
+  const bool isOld = fs::is_regular_file(target.Old);
+  if (!isOld && target.Old.type() != fs::file_type::not_found) return target;
+
+  fs::path end = target.Path;
+  for (int i = 0; i < MostLinks; ++i) {
+    const bool isLink = fs::is_symlink(end, failure);
+    if (IsInProc(end)) {
+      // An open descriptor: its owner goes on with this very file, behind what it has written.
+      if (isOld && isLink) target.Mode = "ab";
+      return target;
+    }
+    if (!isLink) break;
+    end = end.parent_path() / fs::read_symlink(end, failure);
+    if (failure) {
+      errno = failure.value();
+      RaiseFileError(u"write", path);
+    }
   }
-  return path;
+  if (isOld && !fs::equivalent(target.Path, end, failure)) return target;
+  target.Path = end;
+  target.IsReplaced = true;
+  return target;
+}
+
+/// Gives a new file the permissions of an old one. False when it is left with more than these.
+bool TakePermissions(const fs::path& path, fs::perms old) {
+  std::error_code failure, unknown;
+  fs::permissions(path, old & fs::perms::all, failure);
+  if (!failure) return true;
+  const fs::perms own = fs::symlink_status(path, unknown).permissions();
+  errno = failure.value();
+  return !unknown && (own & ~old) == fs::perms::none;
 }
 
 /// An open file; closed with its owner.
@@ -161,22 +204,24 @@ void SaveJsonFile(u16string_view path, const TRef<IJsonElement>& element,
                   const TRef<IJsonFormatter>& formatter, TByteOrderMark mark,
                   TSurrogates surrogates) {
   const TJsonElement& instance = Instance(element);
-  const fs::path target = BehindLinks(NativePath(path, u"write"));
-  std::error_code failure;
-  const fs::file_status old = fs::status(target, failure);
-  const bool isOld = fs::is_regular_file(old);
-  const bool isReplaced = isOld || old.type() == fs::file_type::not_found;
-  const fs::path name = isReplaced ? target.native() + ".part" : target.native();
-  TFile file(name, "wb", u"write", path);
+  const TSaveTarget target = SaveTargetOf(path);
+  fs::path name = target.Path;
+  if (target.IsReplaced) {
+    name += ".part";
+    std::error_code failure;  // opening tells of what is still there
+    if (!fs::is_directory(fs::symlink_status(name, failure))) fs::remove(name, failure);
+  }
+  TFile file(name, target.IsReplaced ? "wbx" : target.Mode, u"write", path);
   try {
-    if (isOld) fs::permissions(name, old.permissions(), failure);
+    const bool hasOld = target.IsReplaced && fs::exists(target.Old);
+    if (hasOld && !TakePermissions(name, target.Old.permissions())) file.Raise();
     TFileSink sink(file);
     if (mark == TByteOrderMark::Utf8) file.Write("\xEF\xBB\xBF", 3);
     Detail::WriteJsonText(sink, instance, formatter, surrogates);
     file.Close();
-    if (isReplaced && std::rename(name.c_str(), target.c_str()) != 0) file.Raise();
+    if (target.IsReplaced && std::rename(name.c_str(), target.Path.c_str()) != 0) file.Raise();
   } catch (...) {
-    if (isReplaced) std::remove(name.c_str());
+    if (target.IsReplaced) std::remove(name.c_str());
     throw;
   }
 }

@@ -22,10 +22,16 @@ TALVO_API void WriteJson(std::ostream& stream, const TRef<IJsonElement>& element
                          TSurrogates surrogates = TSurrogates::Refuse);
 
 /// Writes the text of an element to a file. It stands under its name only when it is whole: until
-/// then it grows beside it, with ".part" behind the name. It takes the place and the permissions of
-/// the file that was there, behind symbolic links; the owner is whoever writes. What is no file,
-/// such as a pipe or a device, is written to as it stands. Raises EInOutError, and the old file
-/// stays.
+/// then it grows beside it, with ".part" behind the name, where it removes what another save has
+/// left; two saves of one file must not run at once. It takes the place of the file that was
+/// there, behind symbolic links, and has its permissions before the first byte is written; while it
+/// is made, empty, it has those of any new file. Nothing else of the old file is kept: the owner is
+/// whoever writes. Raises EInOutError, also when the new file would be open to more users than the
+/// old one, which stays.
+///
+/// What is no file, such as a pipe or a device, is written to as it stands, and may hold a part of
+/// the text after a failure; so does a file that is named by a descriptor, such as /dev/stdout: the
+/// text goes behind what is in it.
 TALVO_API void SaveJsonFile(u16string_view path, const TRef<IJsonElement>& element,
                             const TRef<IJsonFormatter>& formatter = nullptr,
                             TByteOrderMark mark = TByteOrderMark::None,

@@ -28,6 +28,13 @@ void CallHook() {
   GHook->RegisterClasses(classes, std::size(classes));
 }
 
+/// Whoever has started the module, it is closed then.
+void Close() {
+  GStarts = 0;
+  TAnimationClock::Close();
+  __atomic_store_n(&GMainThreadExecute, nullptr, __ATOMIC_RELEASE);
+}
+
 const struct TLoaded {
   TLoaded() { ThreadingModule::Start(); }
   ~TLoaded() { ThreadingModule::End(); }
@@ -46,7 +53,7 @@ void ThreadingModule::Start() {
     __atomic_store_n(&GMainThreadExecute, GKept, __ATOMIC_RELEASE);
     TAnimationClock::Init();
   } catch (...) {
-    End();
+    Close();  // the hook may have called Start itself: none of them counts
     throw;
   }
 }
@@ -54,8 +61,7 @@ void ThreadingModule::Start() {
 void ThreadingModule::End() {
   const std::lock_guard guard(GGuard);
   if (GStarts == 0 || --GStarts > 0) return;
-  TAnimationClock::Close();
-  __atomic_store_n(&GMainThreadExecute, nullptr, __ATOMIC_RELEASE);
+  Close();
 }
 
 void ThreadingModule::SetHook(const TThreadingModuleHook& hook) {

@@ -47,39 +47,48 @@ class TSubscription {
   template <class... A>
   static TSubscription To(TMultiProc<A...>& sender, std::type_identity_t<TProc<A...>> subscriber) {
     if (!subscriber) return {};
-    TProc<A...> link = sender.Add(Own<A...>(std::move(subscriber)));
-    return TSubscription([list = TMultiProc<A...>(sender), link]() mutable { list.Remove(link); });
+    // The end is made first: when it fails, nobody is subscribed.
+    TProc<A...> link = Own<A...>(std::move(subscriber));
+    TProc<> onEnd = [list = TMultiProc<A...>(sender), link]() mutable { list.Remove(link); };
+    sender.Add(link);
+    return TSubscription(std::move(onEnd));
   }
-  /// To the changes of an object. Raises EInvalidCast when it does not count its references.
+  /// To the changes of an object. Raises EInvalidCast when it does not count its references, unless
+  /// the subscriber is empty.
   static TSubscription ToChanges(const TRef<IChangeNotification>& sender, TProc<> subscriber) {
     Assert(static_cast<bool>(sender));
-    TWeakRef<IChangeNotification> weak(sender);
     if (!subscriber) return {};
-    TProc<> link = sender->AddChangeNotification(Own<>(std::move(subscriber)));
-    return TSubscription([weak, link] {
+    TProc<> link = Own<>(std::move(subscriber));
+    TProc<> onEnd = [weak = TWeakRef<IChangeNotification>(sender), link] {
       if (const auto target = weak.Lock()) target->RemoveChangeNotification(link);
-    });
+    };
+    sender->AddChangeNotification(link);
+    return TSubscription(std::move(onEnd));
   }
-  /// To the end of an object. Raises EInvalidCast when it does not count its references.
+  /// To the end of an object, by the same rules.
   static TSubscription ToEnd(const TRef<IChangeNotification>& sender, TProc<> subscriber) {
     Assert(static_cast<bool>(sender));
-    TWeakRef<IChangeNotification> weak(sender);
     if (!subscriber) return {};
-    TProc<> link = sender->AddDestroyNotification(Own<>(std::move(subscriber)));
-    return TSubscription([weak, link] {
+    TProc<> link = Own<>(std::move(subscriber));
+    TProc<> onEnd = [weak = TWeakRef<IChangeNotification>(sender), link] {
       if (const auto target = weak.Lock()) target->RemoveDestroyNotification(link);
-    });
+    };
+    sender->AddDestroyNotification(link);
+    return TSubscription(std::move(onEnd));
   }
   /// To the animation clock, which needs no lock. A call that is under way is not waited for.
   static TSubscription ToClock(TProc<> subscriber) {
     if (!subscriber) return {};
-    TProc<> link = TAnimationClock::Subscribe(Own<>(std::move(subscriber)));
-    return TSubscription([link]() mutable { TAnimationClock::Unsubscribe(link); });
+    TProc<> link = Own<>(std::move(subscriber));
+    TProc<> onEnd = [link]() mutable { TAnimationClock::Unsubscribe(link); };
+    TAnimationClock::Subscribe(link);
+    return TSubscription(std::move(onEnd));
   }
 
  private:
-  /// The subscriber with an identity of its own: a removal within a notification may take an
-  /// earlier entry for a later one of the same identity.
+  /// Wraps a subscriber, so that no other subscription has the same identity. A list finds what it
+  /// removes by its identity: were the same procedure subscribed twice, and one of the two ended
+  /// by a subscriber while the list notifies, the end of the other could be lost.
   template <class... A>
   static TProc<A...> Own(std::type_identity_t<TProc<A...>> subscriber) {
     return [subscriber = std::move(subscriber)](Detail::TArgument<A>... arguments) {

@@ -89,6 +89,53 @@ TEST_F(JsonFilesTest, ASaveKeepsWhatTheNameStandsFor) {
   EXPECT_THROW(SaveJsonFile((FFolder / "circle").u16string(), Json(u"[]")), EInOutError);
 }
 
+TEST_F(JsonFilesTest, ASaveGoesToTheDescriptorThatANameTells) {
+  int pipes[2];
+  ASSERT_EQ(0, pipe2(pipes, O_CLOEXEC));
+  const auto nameOf = [](int file) { return fs::path("/dev/fd/" + std::to_string(file)); };
+  const fs::path link = FFolder / "link", moved = FFolder / "moved";
+  fs::create_symlink(nameOf(pipes[1]), link);
+  SaveJsonFile(nameOf(pipes[1]).u16string(), Json(u"[1]"));
+  SaveJsonFile(link.u16string(), Json(u"[2]"));
+  char bytes[16] = {};
+  EXPECT_EQ(6, read(pipes[0], bytes, sizeof bytes));
+  EXPECT_STREQ("[1][2]", bytes);
+  for (int file : pipes) close(file);
+
+  WriteBytes(FPath, "{}");
+  const int file = open(fs::path(FPath).c_str(), O_RDWR | O_CLOEXEC);
+  SaveJsonFile(nameOf(file).u16string(), Json(u"[3]"));
+  EXPECT_EQ("{}[3]", ReadBytes(FPath));
+  fs::rename(FPath, moved);
+  SaveJsonFile(nameOf(file).u16string(), Json(u"[4]"));
+  EXPECT_EQ("{}[3][4]", ReadBytes(moved.u16string())) << "it is still the same file";
+  fs::remove(moved);
+  SaveJsonFile(nameOf(file).u16string(), Json(u"[5]"));
+  EXPECT_EQ(11, read(file, bytes, sizeof bytes)) << "a file without a name";
+  EXPECT_STREQ("{}[3][4][5]", bytes);
+  close(file);
+  EXPECT_THROW(SaveJsonFile(nameOf(file).u16string(), Json(u"[]")), EInOutError);
+  EXPECT_EQ(1, FileCount()) << "the link alone";
+}
+
+TEST_F(JsonFilesTest, ASaveWritesToNoFileThatWaitsBesideIt) {
+  const fs::path part = FPath + u".part", other = FFolder / "other";
+  WriteBytes(FPath, "{}");
+  WriteBytes(other.u16string(), "other");
+  fs::permissions(FPath, fs::perms::owner_all | fs::perms::set_uid);
+  fs::permissions(other, fs::perms::owner_all | fs::perms::others_read);
+  fs::create_symlink(other, part);
+  SaveJsonFile(FPath, Json(u"[1]"));
+  EXPECT_EQ("[1]", ReadBytes(FPath));
+  EXPECT_EQ(fs::perms::owner_all, fs::status(FPath).permissions());
+  fs::create_hard_link(other, part);
+  SaveJsonFile(FPath, Json(u"[2]"));
+  EXPECT_EQ("[2]", ReadBytes(FPath));
+  EXPECT_EQ("other", ReadBytes(other.u16string()));
+  EXPECT_EQ(fs::perms::owner_all | fs::perms::others_read, fs::status(other).permissions());
+  EXPECT_EQ(2, FileCount());
+}
+
 TEST_F(JsonFilesTest, ReadsEveryEncodingThatAMarkTells) {
   const std::pair<std::string, u16string_view> cases[] = {
       {"\xEF\xBB\xBF[\"\xC3\xA9\"x", u"4[\"\\u00E9\"]"},

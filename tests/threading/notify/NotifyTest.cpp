@@ -59,6 +59,22 @@ TEST(SubscriptionTest, TheSenderMayEndFirst) {
   EXPECT_EQ(ends, 1) << "subscriptions keep nothing alive";
 }
 
+TEST(SubscriptionTest, SendersAreCounted) {
+  class TUncounted : public Detail::TChangeNotifier<TBasicObject> {
+   public:
+    uint32_t QueryInterface(const TGuid&, void**) override { return 1; }
+    int32_t AddRef() override { return -1; }
+    int32_t Release() override { return -1; }
+  };
+  const TOwn<TUncounted> owned = Create<TUncounted>();
+  const TRef<IChangeNotification> sender(owned.Get());
+  EXPECT_THROW(TSubscription::ToChanges(sender, [] {}), EInvalidCast);
+  EXPECT_THROW(TSubscription::ToEnd(sender, [] { ADD_FAILURE() << "nobody is subscribed"; }),
+               EInvalidCast);
+  EXPECT_FALSE(TSubscription::ToChanges(sender, nullptr));
+  EXPECT_FALSE(TSubscription::ToEnd(sender, nullptr));
+}
+
 TEST(SubscriptionTest, ToTheClock) {
   // A call that is under way is not waited for.
   static std::atomic<int> ticks = 0;
