@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <linux/membarrier.h>
+#include <mutex>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -24,17 +25,27 @@ namespace {
 [[maybe_unused]] const bool GIsRegistered = GHasHeavyBarrier =
     Membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED);
 
-/// Takes rights away from a page in use: the system interrupts all processors that run threads of
-/// this process, so that they forget them. False where processors tell each other.
+#if defined(__x86_64__)
+std::mutex GPageLock;
+void* GPage = MAP_FAILED;  // guarded by GPageLock, never freed
+#endif
+
+/// Takes rights away from a page in use. This assumes that the system then interrupts all
+/// processors that run threads of this process, so that they forget them, and comes back when they
+/// have done so. It need not where processors tell each other, and false is the answer there.
 bool InterruptProcessors() noexcept {
-#if defined(__x86_64__) || defined(__i386__)
+#if defined(__x86_64__)
   constexpr size_t size = 1;
-  void* page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (page == MAP_FAILED) return false;
-  *static_cast<volatile char*>(page) = 1;
-  const bool isDone = mprotect(page, size, PROT_NONE) == 0;
-  munmap(page, size);
-  return isDone;
+  const std::lock_guard<std::mutex> guard(GPageLock);
+  if (GPage == MAP_FAILED) {
+    GPage = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (GPage == MAP_FAILED) return false;
+  }
+  // A page that is not in memory has no rights that a processor could know of. Locking it there
+  // each time serves forked children, who do not inherit that.
+  if (mprotect(GPage, size, PROT_READ | PROT_WRITE) != 0 || mlock(GPage, size) != 0) return false;
+  *static_cast<volatile char*>(GPage) = 1;
+  return mprotect(GPage, size, PROT_NONE) == 0;
 #else
   return false;
 #endif

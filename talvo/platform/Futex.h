@@ -63,4 +63,19 @@ void YieldThread() noexcept;
 /// Sleeps for a moment, so that threads run that would have to yield to this one.
 void RestThread() noexcept;
 
+/// How many turns TakeTurn takes in a millisecond or two, before it sleeps.
+inline constexpr uint32_t TurnsAwake = 3000;
+
+/// Passes the time between two looks, `turn` of which were in vain, at what another thread is about
+/// to do. That thread may have a lower priority than all that look, or be stopped.
+inline void TakeTurn(uint32_t turn) noexcept {
+  if (turn < 100) {
+    SpinPause();
+  } else if (turn < TurnsAwake) {
+    YieldThread();
+  } else {
+    RestThread();
+  }
+}
+
 }  // namespace Talvo::Platform

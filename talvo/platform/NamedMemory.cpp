@@ -80,10 +80,10 @@ bool IsPrivate(int file) noexcept {
          (status.st_mode & 077) == 0 && status.st_nlink <= 1;
 }
 
-/// Whether the file is still the one that its name leads to.
-bool IsLinked(int file) noexcept {
+/// Whether the file is still the one that its name leads to, and has `size` bytes.
+bool IsLinked(int file, off_t size) noexcept {
   struct stat status;
-  return fstat(file, &status) == 0 && status.st_nlink > 0;
+  return fstat(file, &status) == 0 && status.st_nlink > 0 && status.st_size >= size;
 }
 
 }  // namespace
@@ -144,11 +144,11 @@ bool TNamedMemory::TryOpen(TInitialize initialize, const void* context, bool& is
   if (isAlone) {
     initialize(Block(), context);
     __atomic_store_n(&static_cast<THeader*>(FMapping)->IsReady, 1, __ATOMIC_RELEASE);
-    // Going from exclusive to shared lets others in between, who may make the block anew: nobody
-    // uses it yet.
+    // Going from exclusive to shared lets others in between, who may make the block anew, as nobody
+    // uses it yet, or die when they have emptied the file.
     if (!Lock(FFile, LOCK_SH)) return false;
   }
-  return IsLinked(FFile) &&
+  return IsLinked(FFile, size) &&
          __atomic_load_n(&static_cast<THeader*>(FMapping)->IsReady, __ATOMIC_ACQUIRE) != 0;
 }
 
@@ -158,7 +158,7 @@ void TNamedMemory::Close() noexcept {
   // Going from shared to exclusive drops the shared lock first, so of several that leave at a time
   // one finds itself alone.
   // A forked child shares its parent's lock and leaves it alone.
-  if (FProcess == getpid() && Lock(FFile, LOCK_EX | LOCK_NB) && IsLinked(FFile)) {
+  if (FProcess == getpid() && Lock(FFile, LOCK_EX | LOCK_NB) && IsLinked(FFile, 0)) {
     shm_unlink(FPath);
   }
   close(FFile);

@@ -93,8 +93,8 @@ const uint32_t* ValueIn(const uint64_t* word) noexcept {
   return reinterpret_cast<const uint32_t*>(word);
 }
 
-/// Does `take(next)` on a copy of the word, which is false when there is nothing to be had, and
-/// puts it in the word's place. `seen` is the word that decided.
+/// Lets `take(next)` change a copy of the word, and puts that in the word's place. When there is
+/// nothing to be had, `take` is false, and the copy of no use. `seen` is the word that decided.
 template <class TTake>
 bool TryTake(uint64_t* word, uint64_t& seen, TTake take) noexcept {
   seen = __atomic_load_n(word, __ATOMIC_ACQUIRE);
@@ -108,17 +108,31 @@ bool TryTake(uint64_t* word, uint64_t& seen, TTake take) noexcept {
   }
 }
 
-/// Waits until `take(next, waiter, valueAtFirst)` has done its work: it takes from `next` what lets
-/// the caller through, and `waiter`, which is 0 or OneWaiter, unless somebody did so before.
-template <class TTake>
-bool TakeInTime(uint64_t* word, uint32_t timeoutMs, TFutexScope scope, TTake take) noexcept {
+/// Waits until `take(next, waiter, valueAtFirst)` lets the caller through. `waiter` is OneWaiter
+/// when the word counts the caller, else 0; whoever is let through takes it from `next`, unless the
+/// signal has already. While `isForOthers(value)`, the caller is not counted, for it would get what
+/// those are to have who came before.
+template <class TTake, class TIsForOthers>
+bool TakeInTime(uint64_t* word, uint32_t timeoutMs, TFutexScope scope, TTake take,
+                TIsForOthers isForOthers) noexcept {
+  // They are awake, or about to be. Unless they are gone: a forked child has none of them.
+  constexpr uint32_t mostTurns = TurnsAwake + 10;
+  const auto takeUncounted = [&](uint64_t& next) { return take(next, 0, ValueOf(next)); };
   uint64_t seen;
-  if (TryTake(word, seen, [&](uint64_t& next) { return take(next, 0, ValueOf(next)); })) {
-    return true;
-  }
+  if (TryTake(word, seen, takeUncounted)) return true;
   if (timeoutMs == 0) return false;
   const TDeadline deadline(timeoutMs);
-  const uint32_t first = ValueOf(__atomic_fetch_add(word, OneWaiter, __ATOMIC_RELAXED));
+  for (uint32_t turn = 0;;) {
+    if (turn < mostTurns && isForOthers(ValueOf(seen))) {
+      if (deadline.HasPassed()) return false;
+      TakeTurn(turn++);
+    } else if (__atomic_compare_exchange_n(word, &seen, seen + OneWaiter, /*weak*/ false,
+                                           __ATOMIC_RELAXED, __ATOMIC_RELAXED)) {
+      break;
+    }
+    if (TryTake(word, seen, takeUncounted)) return true;
+  }
+  const uint32_t first = ValueOf(seen);
   for (bool isInTime = true;;) {
     if (TryTake(word, seen, [&](uint64_t& next) { return take(next, OneWaiter, first); })) {
       return true;
@@ -130,6 +144,10 @@ bool TakeInTime(uint64_t* word, uint32_t timeoutMs, TFutexScope scope, TTake tak
       return false;
     }
   }
+}
+
+constexpr bool IsForAll(uint32_t /*value*/) noexcept {
+  return false;
 }
 
 // The value of an event is a flag, and above it, for a manual one, how often it was signalled. For
@@ -186,24 +204,30 @@ bool TEvent::Reset() noexcept {
 bool TEvent::Wait(uint32_t timeoutMs) noexcept {
   if (!FState) return false;
   if (FState->IsManual) {
-    return TakeInTime(&FState->Word, timeoutMs, Scope(),
-                      [](uint64_t& next, uint64_t waiter, uint32_t first) {
-                        const uint32_t value = ValueOf(next);
-                        const bool wasSignalled = (value ^ first) >= OneSignal;
-                        next -= waiter;
-                        return (value & SignalledFlag) != 0 || wasSignalled;
-                      });
+    return TakeInTime(
+        &FState->Word, timeoutMs, Scope(),
+        [](uint64_t& next, uint64_t waiter, uint32_t first) {
+          const uint32_t value = ValueOf(next);
+          const bool wasSignalled = (value ^ first) >= OneSignal;
+          if ((value & SignalledFlag) == 0 && !wasSignalled) return false;
+          next -= waiter;
+          return true;
+        },
+        IsForAll);
   }
-  return TakeInTime(&FState->Word, timeoutMs, Scope(),
-                    [](uint64_t& next, uint64_t waiter, uint32_t /*first*/) {
-                      if (waiter != 0 && ValueOf(next) >= OneGrant) {
-                        next -= OneGrant;
-                        return true;
-                      }
-                      const bool isSignalled = (next & SignalledFlag) != 0;
-                      next -= SignalledFlag + waiter;
-                      return isSignalled;
-                    });
+  return TakeInTime(
+      &FState->Word, timeoutMs, Scope(),
+      [](uint64_t& next, uint64_t waiter, uint32_t /*first*/) {
+        if (waiter != 0 && ValueOf(next) >= OneGrant) {
+          next -= OneGrant;
+        } else if ((next & SignalledFlag) != 0) {
+          next -= SignalledFlag + waiter;
+        } else {
+          return false;
+        }
+        return true;
+      },
+      [](uint32_t value) { return value >= OneGrant; });
 }
 
 TSemaphore::TSemaphore(int32_t initial, int32_t maximum) noexcept
@@ -223,12 +247,14 @@ bool TSemaphore::Increment(int32_t count) noexcept {
 }
 
 bool TSemaphore::Decrement(uint32_t timeoutMs) noexcept {
-  return IsValid() && TakeInTime(&FWord, timeoutMs, TFutexScope::Process,
-                                 [](uint64_t& next, uint64_t waiter, uint32_t /*first*/) {
-                                   const bool isThere = ValueOf(next) != 0;
-                                   next -= 1 + waiter;
-                                   return isThere;
-                                 });
+  return IsValid() && TakeInTime(
+                          &FWord, timeoutMs, TFutexScope::Process,
+                          [](uint64_t& next, uint64_t waiter, uint32_t /*first*/) {
+                            if (ValueOf(next) == 0) return false;
+                            next -= 1 + waiter;
+                            return true;
+                          },
+                          IsForAll);
 }
 
 }  // namespace Talvo::Platform

@@ -13,7 +13,7 @@ namespace Talvo::Platform {
 
 /// A flag to wait for. Automatic ones let one waiter through and fall back; manual ones let through
 /// all that wait. Those that a signal lets through get through also when a reset follows at once,
-/// but with an automatic event of several processes, which only ever sets its flag. Whoever has got
+/// except for an automatic event with a name, which only ever sets its flag. Whoever has got
 /// through may end the event, though the call that signalled it has not returned.
 class TEvent {
  public:

@@ -40,7 +40,7 @@ constinit thread_local TThreadPoolExecutor::TExecution::TOnThread*
 class TThreadPoolExecutor::TExecution::TStay {
  public:
   explicit TStay(const TExecution& task) {
-    while (!TryEnter(task)) Platform::YieldThread();
+    for (uint32_t turn = 0; !TryEnter(task); ++turn) Platform::TakeTurn(turn);
   }
   TStay(const TStay&) = delete;
   ~TStay() {

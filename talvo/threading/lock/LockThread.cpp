@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <talvo/threading/lock/LockThread.h>
 
+#include <algorithm>
 #include <mutex>
 #include <new>
 #include <talvo/platform/Futex.h>
@@ -53,7 +54,12 @@ TLockThread& TLockThread::Begin() {
 
 void TLockThread::Begin(TLockThread* thread) noexcept {
   GCurrent = thread;
-  thread->FRoundsLeft = GHasEnded ? 0 : Platform::TThreadEndNotice::Rounds - 1;
+  // The ends of other libraries may be the first to need an identity, and are told of no earlier
+  // rounds: so one that begins in the first or second round still hears of its own end, but not
+  // always one of a later round, whose locks nobody gets any more. Where rounds are few, keeping
+  // the locks for one round goes first.
+  const uint32_t rounds = Platform::TThreadEndNotice::Rounds;
+  thread->FRoundsLeft = GHasEnded ? 0 : std::max<uint32_t>(rounds, 4) - 3;
   EndNotice().Set(thread);
 }
 
@@ -86,14 +92,7 @@ void TLockThread::Retire() noexcept {
 
 void TLockThread::WaitWhileBusy(const TLock* lock) const noexcept {
   for (uint32_t turn = 0; __atomic_load_n(&FBusy, __ATOMIC_ACQUIRE) == lock; ++turn) {
-    if (turn < 100) {
-      Platform::SpinPause();
-    } else if (turn < 3000) {
-      Platform::YieldThread();
-    } else {
-      // The thread may have a lower priority than all that look, or be stopped.
-      Platform::RestThread();
-    }
+    Platform::TakeTurn(turn);
   }
 }
 

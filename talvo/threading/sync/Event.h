@@ -47,7 +47,8 @@ class IEvent : public virtual IBasicSynchronizationObject {
 /// back what none has taken yet.
 ///
 /// A forked child may use its parent's named event only as long as the parent does: the parent's
-/// last drop removes the name.
+/// last drop removes the name. One without a name that threads of the parent wait for is not for
+/// the child: they are counted there too, and never come.
 class TALVO_API TEvent : public TImplements<TBasicNoCreateInterfacedObject, IEvent> {
  public:
   TEvent(u16string_view name, TEventResetMode resetMode, bool isSignalled);

@@ -367,5 +367,27 @@ TEST(SyncStressTest, SignalsAndTimeOutsMeet) {
   EXPECT_FALSE(event->WaitFor(0));
 }
 
+TEST(EventTest, WhoeverSignalsDoesNotTakeWhatOthersAreOwed) {
+  const auto event = TEvent::Make();
+  TWorker waiter;
+  for (int round = 0; round < 20; ++round) {
+    for (const uint32_t timeoutMs : {0, 5}) {
+      waiter.Start([&] { EXPECT_TRUE(event->WaitFor(10000)); });
+      waiter.WaitUntilBlocked();
+      event->Signal();
+      ASSERT_FALSE(event->WaitFor(timeoutMs)) << round;
+      waiter.Wait();
+    }
+  }
+  // In a forked child nobody comes for it.
+  waiter.Start([&] { EXPECT_TRUE(event->WaitFor(NoTimeLimit)); });
+  waiter.WaitUntilBlocked();
+  InTwoProcesses([&] {
+    event->Signal();
+    EXPECT_TRUE(event->WaitFor(NoTimeLimit));
+  });
+  event->Signal();
+}
+
 }  // namespace
 }  // namespace Talvo
