@@ -42,8 +42,10 @@ bool InterruptProcessors() noexcept {
     if (GPage == MAP_FAILED) return false;
   }
   // A page that is not in memory has no rights that a processor could know of. Locking it there
-  // each time serves forked children, who do not inherit that.
-  if (mprotect(GPage, size, PROT_READ | PROT_WRITE) != 0 || mlock(GPage, size) != 0) return false;
+  // each time serves forked children, who do not inherit that. Sanitizers leave mlock out.
+  if (mprotect(GPage, size, PROT_READ | PROT_WRITE) != 0 || syscall(SYS_mlock, GPage, size) != 0) {
+    return false;
+  }
   *static_cast<volatile char*>(GPage) = 1;
   return mprotect(GPage, size, PROT_NONE) == 0;
 #else
