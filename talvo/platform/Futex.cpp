@@ -33,6 +33,12 @@ TDeadline::TDeadline(uint32_t timeoutMs) noexcept
     : FNanoseconds(timeoutMs == NoTimeLimit ? Never
                                             : Now() + timeoutMs * NanosecondsPerMillisecond) {}
 
+TDeadline TDeadline::AfterMicroseconds(uint32_t microseconds) noexcept {
+  TDeadline deadline(0);
+  deadline.FNanoseconds += microseconds * uint64_t{1000};
+  return deadline;
+}
+
 bool TDeadline::HasPassed() const noexcept {
   return !IsNever() && Now() >= FNanoseconds;
 }

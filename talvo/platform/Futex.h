@@ -15,6 +15,8 @@ class TDeadline {
   /// `timeoutMs` milliseconds from now; NoTimeLimit for never.
   explicit TDeadline(uint32_t timeoutMs) noexcept;
   bool IsNever() const noexcept { return FNanoseconds == Never; }
+  /// The same for shorter times.
+  static TDeadline AfterMicroseconds(uint32_t microseconds) noexcept;
   bool HasPassed() const noexcept;
   /// The earlier of this point and `sliceMs` milliseconds from now.
   TDeadline WithinSlice(uint32_t sliceMs) const noexcept;

@@ -267,12 +267,15 @@ void TWorkQueue::Run(TProcessingThread& thread, const TWorkItem& item) noexcept 
 
 void TWorkQueue::Turn(TProcessingThread& thread) {
   // Work often follows on work: a thread that sleeps costs its caller a system call.
-  for (uint32_t looks = 0; looks < 60 && !FEvent.IsSignalled(); ++looks) {
-    if (looks < 20) {
+  // About as long as the system takes to wake one up pays.
+  const auto lookout = Platform::TDeadline::AfterMicroseconds(50);
+  for (uint32_t looks = 0; !FEvent.IsSignalled(); ++looks) {
+    if (looks < 40) {
       Platform::SpinPause();
-      Platform::SpinPause();
-    } else {
+    } else if (!lookout.HasPassed()) {
       Platform::YieldThread();
+    } else {
+      break;
     }
   }
   FEvent.Wait(Platform::NoTimeLimit);
