@@ -267,7 +267,7 @@ void TWorkQueue::Run(TProcessingThread& thread, const TWorkItem& item) noexcept 
 
 void TWorkQueue::Turn(TProcessingThread& thread) {
   // Work often follows on work: a thread that sleeps costs its caller a system call.
-  // About as long as the system takes to wake one up pays.
+  // Looking out pays for about as long as the system takes to wake a thread.
   const auto lookout = Platform::TDeadline::AfterMicroseconds(50);
   for (uint32_t looks = 0; !FEvent.IsSignalled(); ++looks) {
     if (looks < 40) {

@@ -233,8 +233,10 @@ TEST(PeriodicThreadTest, PeriodsArePausesAfterTheCall) {
 
 // Both threads count a reference down at about the same time; whoever is last ends the object.
 TEST(RepeatThreadTest, LastReferencesMayGoOnTwoThreadsAtOnce) {
+  constexpr int rounds = 500;
+  TNotices notices;
   std::atomic<bool> isIn = false;
-  for (int i = 0; i < 500; ++i) {
+  for (int i = 0; i < rounds; ++i) {
     isIn = false;
     TRef<IThread> thread = TRepeatThread::Make(u"Copying", [&](const TRef<IThread>& self) {
       while (!self->IsTerminated()) {
@@ -247,6 +249,7 @@ TEST(RepeatThreadTest, LastReferencesMayGoOnTwoThreadsAtOnce) {
     while (!isIn) std::this_thread::yield();
     thread = nullptr;
   }
+  notices.WaitForEnds(rounds);
 }
 
 /// A thread whose construction fails behind its start.
