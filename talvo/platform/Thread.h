@@ -21,7 +21,7 @@ class TThreadEndNotice {
   ~TThreadEndNotice();
   TThreadEndNotice(const TThreadEndNotice&) = delete;
   TThreadEndNotice& operator=(const TThreadEndNotice&) = delete;
-  /// Asks for a notice to the calling thread; `value` must not be null. From within a notice it
+  /// Asks for a notice to the calling thread; null takes that back. From within a notice it
   /// asks for another one, behind the notices of others.
   void Set(void* value) noexcept;
   /// How many notices a thread gets at most.

@@ -91,12 +91,16 @@ string GetCurrentThreadName() {
 
 void SetCurrentThreadName(string name) {
   static Platform::TThreadEndNotice notice(ForgetName);
-  if (!GName) {
-    if (name.empty()) return;
-    GName = new string;
+  if (name.empty()) {
+    // Here rather than at the thread's end: with it may go who looks for leaks.
+    if (GName) ForgetName(GName);
+    notice.Set(nullptr);
+  } else if (GName) {
+    GName->swap(name);
+  } else {
+    GName = new string(std::move(name));
     notice.Set(GName);
   }
-  GName->swap(name);
 }
 
 }  // namespace Talvo
