@@ -55,6 +55,7 @@ class TWorker {
   /// Ends the thread, with whatever it holds.
   void End() {
     if (!FThread.joinable()) return;
+    Wait();  // for the step that may have begun
     Start(nullptr);
     FThread.join();
   }
