@@ -33,10 +33,10 @@ namespace {
 
 struct TFileResult {
   fs::path Path;
-  uint64_t Bytes = 0;
+  int64_t Bytes = 0;
   uint64_t Hash = 0;
   bool IsDocument = false;
-  uint64_t Elements = 0;  // of a JSON document
+  int64_t Elements = 0;  // of a JSON document
   string Fault;           // empty when all went well
 };
 
@@ -53,8 +53,8 @@ uint64_t HashOf(std::string_view bytes) {
   return hash;
 }
 
-uint64_t CountElements(const TRef<IJsonElement>& document) {
-  uint64_t count = 0;
+int64_t CountElements(const TRef<IJsonElement>& document) {
+  int64_t count = 0;
   auto pending = TArrayList<TRef<IJsonElement>>::MakeArray({document});
   TRef<IJsonElement> element;
   while (pending->ExtractLast(element)) {
@@ -73,7 +73,7 @@ TFileResult ReadFile(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
     const std::string bytes(std::istreambuf_iterator<char>(file), {});
     if (!file) throw EInOutError(u"Cannot be read");
-    result.Bytes = bytes.size();
+    result.Bytes = static_cast<int64_t>(bytes.size());
     result.Hash = HashOf(bytes);
     result.IsDocument = path.extension() == ".json";
     if (result.IsDocument) result.Elements = CountElements(JsonParser::ParseUtf8(bytes));
