@@ -37,7 +37,7 @@ struct TFileResult {
   uint64_t Hash = 0;
   bool IsDocument = false;
   int64_t Elements = 0;  // of a JSON document
-  string Fault;           // empty when all went well
+  string Fault;          // empty when all went well
 };
 
 /// A path for people: a name may be any bytes.
