@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Pools of two threads beside each other: a flood of small tasks from one thread, and the round
-// trip of one task. The hand-written limit of the flood is a deque with a lock.
+// trip of one task. One of the peers is written by hand: a deque with a lock.
 //
 // All have two threads of their own, of ordinary priority, that stay; the caller takes no part, and
 // nobody keeps what posting answers. Talvo is told how much may wait at a thread that gets more
@@ -12,16 +12,11 @@
 
 #define QT_NO_KEYWORDS  // "emit" is a name in oneTBB
 #include <QThreadPool>
-#include <benchmark/benchmark.h>
 #include <boost/asio.hpp>
-#include <condition_variable>
-#include <deque>
 #include <functional>
-#include <latch>
-#include <mutex>
 #include <oneapi/tbb/task_arena.h>
-#include <string>
-#include <thread>
+
+#include "PostBench.h"
 
 namespace {
 
@@ -69,89 +64,12 @@ struct TAsio {
   ~TAsio() { Pool.join(); }
 };
 
-class TDeque {
- public:
-  TDeque() {
-    for (std::thread& thread : FThreads) {
-      thread = std::thread([this] { Run(); });
-    }
-  }
-  ~TDeque() {
-    {
-      const std::lock_guard guard(FGuard);
-      FIsEnding = true;
-    }
-    FChanged.notify_all();
-    for (std::thread& thread : FThreads) thread.join();
-  }
-  template <class F>
-  void Post(F&& code) {
-    {
-      const std::lock_guard guard(FGuard);
-      FTasks.emplace_back(std::forward<F>(code));
-    }
-    FChanged.notify_one();
-  }
-
- private:
-  void Run() {
-    std::unique_lock guard(FGuard);
-    for (;;) {
-      FChanged.wait(guard, [this] { return FIsEnding || !FTasks.empty(); });
-      if (FTasks.empty()) return;
-      const std::function<void()> task = std::move(FTasks.front());
-      FTasks.pop_front();
-      guard.unlock();
-      task();
-      guard.lock();
-    }
-  }
-
-  std::mutex FGuard;
-  std::condition_variable FChanged;
-  std::deque<std::function<void()>> FTasks;
-  bool FIsEnding = false;
-  std::thread FThreads[Threads];
-};
-
-template <class TPool>
-void BM_PoolFlood(benchmark::State& state) {
-  TPool pool;
-  const auto count = static_cast<std::ptrdiff_t>(state.range(0));
-  for (auto _ : state) {
-    std::latch done(count);
-    for (std::ptrdiff_t i = 0; i < count; ++i) pool.Post([&done] { done.count_down(); });
-    done.wait();
-  }
-  state.SetItemsProcessed(state.iterations() * count);
-}
-
-template <class TPool>
-void BM_PoolRoundTrip(benchmark::State& state) {
-  TPool pool;
-  for (auto _ : state) {
-    std::latch done(1);
-    pool.Post([&done] { done.count_down(); });
-    done.wait();
-  }
-}
-
-template <class TPool>
-void Register(const std::string& implementation) {
-  benchmark::RegisterBenchmark(("BM_PoolFlood/" + implementation).c_str(), BM_PoolFlood<TPool>)
-      ->Arg(100'000)
-      ->UseRealTime();
-  benchmark::RegisterBenchmark(("BM_PoolRoundTrip/" + implementation).c_str(),
-                               BM_PoolRoundTrip<TPool>)
-      ->UseRealTime();
-}
-
 const bool GIsRegistered = [] {
-  Register<TTalvo>("Talvo");
-  Register<TTbb>("oneTBB");
-  Register<TQt>("QThreadPool");
-  Register<TAsio>("Boost.Asio");
-  Register<TDeque>("Deque");
+  RegisterPosts<TTalvo>("Pool", "Talvo");
+  RegisterPosts<TTbb>("Pool", "oneTBB");
+  RegisterPosts<TQt>("Pool", "QThreadPool");
+  RegisterPosts<TAsio>("Pool", "Boost.Asio");
+  RegisterPosts<TLockedDeque<Threads>>("Pool", "Deque");
   return true;
 }();
 

@@ -6,17 +6,14 @@
 
 #include <Poco/Notification.h>
 #include <Poco/NotificationQueue.h>
-#include <benchmark/benchmark.h>
 #include <boost/asio.hpp>
-#include <condition_variable>
 #include <cstdlib>
-#include <deque>
-#include <functional>
 #include <latch>
-#include <mutex>
 #include <pthread.h>
 #include <string>
 #include <thread>
+
+#include "PostBench.h"
 
 namespace {
 
@@ -97,73 +94,12 @@ struct TPoco {
   }
 };
 
-class TDeque {
- public:
-  ~TDeque() {
-    {
-      const std::lock_guard guard(FGuard);
-      FIsEnding = true;
-    }
-    FChanged.notify_one();
-    FThread.join();
-  }
-  template <class F>
-  void Post(F&& code) {
-    {
-      const std::lock_guard guard(FGuard);
-      FTasks.emplace_back(std::forward<F>(code));
-    }
-    FChanged.notify_one();
-  }
+struct TDeque : TLockedDeque<1> {
   template <class F>
   void Call(F&& code) {
     CallByLatch(*this, code);
   }
-
- private:
-  void Run() {
-    std::unique_lock guard(FGuard);
-    for (;;) {
-      FChanged.wait(guard, [this] { return FIsEnding || !FTasks.empty(); });
-      if (FTasks.empty()) return;
-      {
-        const std::function<void()> task = std::move(FTasks.front());
-        FTasks.pop_front();
-        guard.unlock();
-        task();
-      }
-      guard.lock();
-    }
-  }
-
-  std::mutex FGuard;
-  std::condition_variable FChanged;
-  std::deque<std::function<void()>> FTasks;
-  bool FIsEnding = false;
-  std::thread FThread{[this] { Run(); }};
 };
-
-template <class TPeer>
-void BM_ThreadFlood(benchmark::State& state) {
-  TPeer peer;
-  const auto count = static_cast<std::ptrdiff_t>(state.range(0));
-  for (auto _ : state) {
-    std::latch done(count);
-    for (std::ptrdiff_t i = 0; i < count; ++i) peer.Post([&done] { done.count_down(); });
-    done.wait();
-  }
-  state.SetItemsProcessed(state.iterations() * count);
-}
-
-template <class TPeer>
-void BM_ThreadRoundTrip(benchmark::State& state) {
-  TPeer peer;
-  for (auto _ : state) {
-    std::latch done(1);
-    peer.Post([&done] { done.count_down(); });
-    done.wait();
-  }
-}
 
 template <class TPeer>
 void BM_ThreadBlockingCall(benchmark::State& state) {
@@ -175,12 +111,7 @@ void BM_ThreadBlockingCall(benchmark::State& state) {
 
 template <class TPeer>
 void RegisterQueue(const std::string& implementation) {
-  benchmark::RegisterBenchmark(("BM_ThreadFlood/" + implementation).c_str(), BM_ThreadFlood<TPeer>)
-      ->Arg(100'000)
-      ->UseRealTime();
-  benchmark::RegisterBenchmark(("BM_ThreadRoundTrip/" + implementation).c_str(),
-                               BM_ThreadRoundTrip<TPeer>)
-      ->UseRealTime();
+  RegisterPosts<TPeer>("Thread", implementation);
   benchmark::RegisterBenchmark(("BM_ThreadBlockingCall/" + implementation).c_str(),
                                BM_ThreadBlockingCall<TPeer>)
       ->UseRealTime();

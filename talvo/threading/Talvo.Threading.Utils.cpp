@@ -92,7 +92,7 @@ string GetCurrentThreadName() {
 void SetCurrentThreadName(string name) {
   static Platform::TThreadEndNotice notice(ForgetName);
   if (name.empty()) {
-    // Here rather than at the thread's end: with it may go who looks for leaks.
+    // Leak checkers lose sight of a thread before its end notices.
     if (GName) ForgetName(GName);
     notice.Set(nullptr);
   } else if (GName) {

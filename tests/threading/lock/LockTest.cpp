@@ -526,7 +526,7 @@ TEST(LockTest, DoesNotGoOnWithoutBarriers) {
   const auto lock = TLock::CreateObject();
   TWorker owner;
   owner.Run([&] { EXPECT_TRUE(lock->BeginWrite(0)); });
-  if (EndOfConfined(*lock, {}) != 0) GTEST_SKIP() << "no filters here";
+  if (EndOfConfined(*lock, {}) != 0) GTEST_SKIP() << "the system lets no process confine itself";
 #if defined(__x86_64__)
   EXPECT_EQ(0, EndOfConfined(*lock, {SYS_membarrier}));
   EXPECT_EQ(SIGABRT, EndOfConfined(*lock, {SYS_membarrier, SYS_mlock}) & 0x7f);
